@@ -1,0 +1,21 @@
+# log4cpp is the trace backend wherever it can be found: Debian's liblog4cpp5-dev natively, vcpkg's
+# log4cpp on a Windows developer machine. The mingw cross build has none and falls back to the
+# debugger-output backend; the native build insists on it, because the facade is tested against it.
+find_path(LOG4CPP_INCLUDE_DIR log4cpp/Category.hh)
+find_library(LOG4CPP_LIBRARY NAMES log4cpp)
+if(LOG4CPP_INCLUDE_DIR AND LOG4CPP_LIBRARY)
+  set(LM2_HAVE_LOG4CPP ON)
+  add_library(lm2_log4cpp INTERFACE)
+  target_include_directories(lm2_log4cpp SYSTEM INTERFACE ${LOG4CPP_INCLUDE_DIR})
+  target_link_libraries(lm2_log4cpp INTERFACE ${LOG4CPP_LIBRARY})
+  if(NOT WIN32)
+    find_package(Threads REQUIRED)
+    target_link_libraries(lm2_log4cpp INTERFACE Threads::Threads)
+  endif()
+  message(STATUS "Trace logging backend: log4cpp (${LOG4CPP_LIBRARY})")
+elseif(WIN32)
+  set(LM2_HAVE_LOG4CPP OFF)
+  message(STATUS "Trace logging backend: debugger output (log4cpp not found)")
+else()
+  message(FATAL_ERROR "log4cpp not found: install liblog4cpp5-dev (scripts/install-deps.sh)")
+endif()

@@ -1,0 +1,97 @@
+# Windows test programs run under Wine: one prefix per build folder (build/<preset>/wine/prefix),
+# a CTest setup fixture that boots it and keeps one persistent wineserver, and a cleanup fixture that
+# ends it. Every Windows program started by CTest goes through scripts/wine-prefix.sh, which also
+# makes sure the prefix is up, so test discovery and single test runs work without the fixture too.
+set(LM2_WINE_HOME ${CMAKE_BINARY_DIR}/wine)
+set(LM2_WINEPREFIX ${LM2_WINE_HOME}/prefix)
+set(LM2_WINE_SCRIPT ${PROJECT_SOURCE_DIR}/scripts/wine-prefix.sh)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${LM2_WINE_SCRIPT} run ${LM2_WINEPREFIX})
+
+add_test(NAME wine.prefix.start COMMAND ${LM2_WINE_SCRIPT} start ${LM2_WINEPREFIX})
+set_tests_properties(wine.prefix.start PROPERTIES FIXTURES_SETUP wine)
+add_test(NAME wine.prefix.stop COMMAND ${LM2_WINE_SCRIPT} stop ${LM2_WINEPREFIX})
+set_tests_properties(wine.prefix.stop PROPERTIES FIXTURES_CLEANUP wine)
+
+set(LM2_TEST_MANIFEST_RC ${PROJECT_SOURCE_DIR}/tests/common/test-program.rc)
+
+# lm2_add_wine_gtest(NAME SOURCES … [LIBRARIES …] [WINDOWS_VERSIONS win7 win10 …]
+#                    [RESOURCE_LOCK lock] [LABELS …])
+# Builds a GoogleTest program for Windows and registers each of its tests as one CTest entry.
+# With WINDOWS_VERSIONS the same tests are linked once per version under the program name
+# NAME_<version>.exe; Wine reports that version to the program (AppDefaults), and the program finds
+# the expected version in LM2_EXPECTED_WINDOWS.
+function(lm2_add_wine_gtest name)
+  cmake_parse_arguments(ARG "" "RESOURCE_LOCK" "SOURCES;LIBRARIES;WINDOWS_VERSIONS;LABELS" ${ARGN})
+  add_library(${name}_objects OBJECT ${ARG_SOURCES})
+  target_link_libraries(${name}_objects PUBLIC ${ARG_LIBRARIES} GTest::gmock lm2_options)
+
+  set(variants "")
+  if(ARG_WINDOWS_VERSIONS)
+    foreach(version IN LISTS ARG_WINDOWS_VERSIONS)
+      list(APPEND variants "${name}_${version}|${version}")
+    endforeach()
+  else()
+    list(APPEND variants "${name}|")
+  endif()
+
+  foreach(variant IN LISTS variants)
+    string(REPLACE "|" ";" parts "${variant}")
+    list(GET parts 0 exe)
+    list(LENGTH parts n)
+    set(version "")
+    if(n GREATER 1)
+      list(GET parts 1 version)
+    endif()
+    add_executable(${exe} ${LM2_TEST_MANIFEST_RC})
+    target_link_libraries(${exe} PRIVATE ${name}_objects GTest::gmock_main)
+    set(props FIXTURES_REQUIRED wine LABELS "windows;${ARG_LABELS}")
+    if(ARG_RESOURCE_LOCK)
+      list(APPEND props RESOURCE_LOCK ${ARG_RESOURCE_LOCK})
+    endif()
+    if(version)
+      set_property(GLOBAL APPEND PROPERTY LM2_WINE_APPDEFAULTS "${exe}.exe|${version}")
+      list(APPEND props ENVIRONMENT LM2_EXPECTED_WINDOWS=${version})
+      set(prefix "${version}.")
+    else()
+      set(prefix "")
+    endif()
+    gtest_discover_tests(${exe}
+      DISCOVERY_MODE PRE_TEST
+      DISCOVERY_TIMEOUT 60
+      TEST_PREFIX "${prefix}"
+      PROPERTIES ${props})
+  endforeach()
+endfunction()
+
+# lm2_add_wine_program_test(NAME COMMAND program args… [PASS_REGEX r] [FAIL_REGEX r] [ENVIRONMENT e]
+#                           [RESOURCE_LOCK lock])
+# A CTest entry that runs one Windows program under Wine and judges its output.
+function(lm2_add_wine_program_test name)
+  cmake_parse_arguments(ARG "" "PASS_REGEX;FAIL_REGEX;RESOURCE_LOCK" "COMMAND;ENVIRONMENT" ${ARGN})
+  add_test(NAME ${name} COMMAND ${ARG_COMMAND})
+  set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED wine LABELS windows)
+  foreach(prop PASS_REGEX FAIL_REGEX RESOURCE_LOCK)
+    if(ARG_${prop})
+      string(REPLACE "_REGEX" "_REGULAR_EXPRESSION" cprop ${prop})
+      set_tests_properties(${name} PROPERTIES ${cprop} "${ARG_${prop}}")
+    endif()
+  endforeach()
+  if(ARG_ENVIRONMENT)
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT "${ARG_ENVIRONMENT}")
+  endif()
+endfunction()
+
+# Writes the registry files that scripts/wine-prefix.sh imports into the prefix.
+function(lm2_write_wine_registry_files)
+  get_property(entries GLOBAL PROPERTY LM2_WINE_APPDEFAULTS)
+  set(text "REGEDIT4\n")
+  foreach(entry IN LISTS entries)
+    string(REPLACE "|" ";" parts "${entry}")
+    list(GET parts 0 exe)
+    list(GET parts 1 version)
+    string(APPEND text "\n[HKEY_CURRENT_USER\\Software\\Wine\\AppDefaults\\${exe}]\n\"Version\"=\"${version}\"\n")
+  endforeach()
+  file(MAKE_DIRECTORY ${LM2_WINE_HOME})
+  # Only rewritten when the content changes, so the prefix is not re-imported on every configure.
+  file(CONFIGURE OUTPUT ${LM2_WINE_HOME}/appdefaults.reg CONTENT "${text}" @ONLY)
+endfunction()

@@ -1,0 +1,68 @@
+#!/usr/bin/env bash
+# One Wine prefix per build folder, booted once and served by one persistent wineserver.
+#
+#   wine-prefix.sh start PREFIX            boot the prefix if needed, start the server, import *.reg
+#   wine-prefix.sh run   PREFIX PROGRAM…   start (as above), then run PROGRAM under Wine
+#   wine-prefix.sh stop  PREFIX            end the server and every Wine process of the prefix
+#
+# Registry files (*.reg) placed beside PREFIX are imported whenever they are newer than the last
+# import; the build writes the per-program Windows versions there.
+#
+# Wine's helper processes (services.exe, rpcss, explorer, …) inherit the output of whichever program
+# started them, so booting happens with output sent to a log file, never to a pipe that a test
+# runner reads. The persistent server (-p) keeps services alive between tests and saves ~2 s per
+# test of server start-up and shut-down.
+set -euo pipefail
+
+cmd=${1:?usage: wine-prefix.sh start|run|stop PREFIX [PROGRAM ARGS…]}
+prefix=${2:?usage: wine-prefix.sh start|run|stop PREFIX [PROGRAM ARGS…]}
+shift 2
+
+home=$(dirname "$prefix")
+mkdir -p "$home"
+prefix=$(cd "$home" && pwd)/$(basename "$prefix")
+home=$(dirname "$prefix")
+
+export WINEPREFIX=$prefix
+export WINEARCH=win64
+export WINEDEBUG=${WINEDEBUG:--all}
+# No Mono/Gecko installer dialogs, no desktop menu entries.
+export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-mscoree,mshtml=;winemenubuilder.exe=d}
+log=$home/wine.log
+
+start() {
+  exec 9>"$home/prefix.lock"
+  flock 9
+  if [ ! -f "$prefix/.lm2-booted" ]; then
+    echo "wine-prefix: creating $prefix (output in $log)" >&2
+    rm -rf "$prefix"
+    WINEDEBUG=-all wineboot -i </dev/null >>"$log" 2>&1
+    WINEDEBUG=-all wineserver -w </dev/null >>"$log" 2>&1 || true
+    touch "$prefix/.lm2-booted"
+  fi
+  # Exits with 2 at once when the prefix already has a server.
+  wineserver -p </dev/null >>"$log" 2>&1 || true
+  local reg
+  for reg in "$home"/*.reg; do
+    [ -e "$reg" ] || continue
+    if [ ! -e "$reg.imported" ] || [ "$reg" -nt "$reg.imported" ]; then
+      WINEDEBUG=-all wine reg import "$reg" </dev/null >>"$log" 2>&1
+      touch "$reg.imported"
+    fi
+  done
+  flock -u 9
+  exec 9>&-
+}
+
+case $cmd in
+  start) start ;;
+  run)
+    start
+    exec wine "$@"
+    ;;
+  stop)
+    wineserver -k </dev/null >>"$log" 2>&1 || true
+    wineserver -w </dev/null >>"$log" 2>&1 || true
+    ;;
+  *) echo "wine-prefix: unknown command $cmd" >&2; exit 2 ;;
+esac
