@@ -1,0 +1,60 @@
+#pragma once
+// The one narrow interface between the provider and the few Windows services that cannot be
+// exercised without a real Windows logon session: the LSA package lookup, credential protection
+// and packing, the account lookups whose domain and trust cases need a domain, and the Retry/Cancel
+// message box. Everything else the provider does goes to the Win32 API directly.
+//
+// The methods mirror the Win32 calls one to one, so callers keep the exact error handling of the
+// real API. Production code uses the Windows implementation; a test swaps in its own for a scope
+// with ScopedOsSeam.
+
+#include <windows.h>
+#include <ntsecapi.h>
+#include <wincred.h>
+
+namespace lm2 {
+
+class OsSeam {
+ public:
+  virtual ~OsSeam() = default;
+
+  // LSA
+  virtual NTSTATUS lsaConnectUntrusted(PHANDLE lsaHandle) = 0;
+  virtual NTSTATUS lsaLookupAuthenticationPackage(HANDLE lsaHandle, PLSA_STRING packageName,
+                                                  PULONG authenticationPackage) = 0;
+  virtual NTSTATUS lsaDeregisterLogonProcess(HANDLE lsaHandle) = 0;
+
+  // Credential protection and packing
+  virtual BOOL credProtectW(BOOL asSelf, LPWSTR credentials, DWORD credentialsChars,
+                            LPWSTR protectedCredentials, DWORD* protectedChars,
+                            CRED_PROTECTION_TYPE* protectionType) = 0;
+  virtual BOOL credIsProtectedW(LPWSTR protectedCredentials, CRED_PROTECTION_TYPE* protectionType) = 0;
+  virtual BOOL credPackAuthenticationBufferW(DWORD flags, LPWSTR userName, LPWSTR password,
+                                             PBYTE packedCredentials, DWORD* packedSize) = 0;
+
+  // Accounts
+  virtual BOOL lookupAccountNameW(LPCWSTR systemName, LPCWSTR accountName, PSID sid, LPDWORD sidSize,
+                                  LPWSTR referencedDomainName, LPDWORD domainNameChars,
+                                  PSID_NAME_USE use) = 0;
+
+  // User interface
+  virtual int messageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type) = 0;
+};
+
+// The implementation in force for the calling process.
+OsSeam& os() noexcept;
+
+// Installs `replacement` until the end of the scope (tests only; not thread-safe against callers
+// that are running while the scope begins or ends).
+class ScopedOsSeam {
+ public:
+  explicit ScopedOsSeam(OsSeam& replacement) noexcept;
+  ~ScopedOsSeam();
+  ScopedOsSeam(const ScopedOsSeam&) = delete;
+  ScopedOsSeam& operator=(const ScopedOsSeam&) = delete;
+
+ private:
+  OsSeam* previous_;
+};
+
+}  // namespace lm2

@@ -1,0 +1,43 @@
+#include "settings/KalderaSettings.h"
+
+#include "common/SecureWipe.h"
+#include "settings/SettingsKey.h"
+
+namespace lm2::settings {
+namespace {
+
+// LDAP_SCOPE_SUBTREE: accounts usually sit in nested organisational units.
+constexpr DWORD kSubtreeScope = 2;
+constexpr DWORD kLdapsPort = 636;
+constexpr DWORD kLdapPort = 389;
+
+}  // namespace
+
+KalderaSettings::~KalderaSettings() { secureWipe(ldapAuthPassword); }
+
+void KalderaSettings::load() {
+  const SettingsKey key(kKalderaKeyPath);
+  KalderaSettings& s = *this;
+  s.ldapServer = key.readString(L"LdapServer", L"");
+  // Encrypted by default: the bind password and account names travel over this connection.
+  s.ldapUseSsl = key.readNumberOr(L"LdapUseSSL", 1) == 1;
+  s.ldapPort = key.readNumberOr(L"LdapDefaultPort", s.ldapUseSsl ? kLdapsPort : kLdapPort);
+  s.ldapAuthDn = key.readString(L"LdapAuthDn", L"");
+  key.readSecretString(L"LdapAuthPw", s.ldapAuthPassword);
+  s.ldapAnonymousBind = key.readNumberOr(L"LdapAnonymousBind", 0) != 0;
+  s.ldapOptTimeLimit = key.readNumberOr(L"LdapOptTimeLimit", 10);
+  // Two entries are enough to tell "exactly one account" from "ambiguous card id".
+  s.ldapOptSizeLimit = key.readNumberOr(L"LdapOptSizeLimit", 2);
+  s.ldapSearchBase = key.readString(L"LdapSearchBase", L"");
+  s.ldapAttributeCardId = key.readString(L"LdapAttributeCardId", L"employeeID");
+  s.ldapSearchFilter = key.readString(L"LdapSearchFilter",
+                                      L"(&(objectClass=user)(" + s.ldapAttributeCardId + L"=" +
+                                          kCardIdPlaceholder + L"))");
+  s.ldapPrependToCardId = key.readString(L"LdapPrependToCardId", L"");
+  s.ldapSearchTimeLimit = key.readNumberOr(L"LdapSearchTimeLimit", 10);
+  s.ldapSearchScope = key.readNumberOr(L"LdapSearchScope", kSubtreeScope);
+  s.ldapAttributeUsername = key.readString(L"LdapAttributeUsername", L"sAMAccountName");
+  s.userDefaultDomain = key.readString(L"UserDefaultDomain", L"");
+}
+
+}  // namespace lm2::settings

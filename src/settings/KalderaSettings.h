@@ -1,0 +1,43 @@
+#pragma once
+// Configuration of the card-id layer (token = access card, account found by an LDAP search) under
+// HKLM\SOFTWARE\Corvana\Lumenar2\CredentialProvider\AbstractionLayer\Kaldera. Read in one go when
+// the layer needs it (load()); defaults are listed in docs/settings.md.
+
+#include <windows.h>
+
+#include <string>
+
+namespace lm2::settings {
+
+inline constexpr wchar_t kKalderaKeyPath[] =
+    L"SOFTWARE\\Corvana\\Lumenar2\\CredentialProvider\\AbstractionLayer\\Kaldera";
+inline constexpr wchar_t kCardIdPlaceholder[] = L"##CARDID##";
+
+struct KalderaSettings {
+  std::wstring ldapServer;
+  bool ldapUseSsl = true;
+  DWORD ldapPort = 636;
+  std::wstring ldapAuthDn;
+  std::wstring ldapAuthPassword;  // wiped when the settings are destroyed
+  bool ldapAnonymousBind = false;
+  DWORD ldapOptTimeLimit = 10;
+  DWORD ldapOptSizeLimit = 2;
+  std::wstring ldapSearchBase;
+  std::wstring ldapSearchFilter;
+  std::wstring ldapAttributeCardId;
+  std::wstring ldapPrependToCardId;
+  DWORD ldapSearchTimeLimit = 10;
+  DWORD ldapSearchScope = 2;
+  std::wstring ldapAttributeUsername;
+  std::wstring userDefaultDomain;
+
+  KalderaSettings() = default;
+  ~KalderaSettings();
+  KalderaSettings(const KalderaSettings&) = delete;
+  KalderaSettings& operator=(const KalderaSettings&) = delete;
+
+  // Replaces every field with the configured value or its default.
+  void load();
+};
+
+}  // namespace lm2::settings

@@ -1,0 +1,124 @@
+#include "settings/SettingsKey.h"
+
+#include <cstring>
+
+#include "common/SecureWipe.h"
+#include "platform/UniqueResource.h"
+
+namespace lm2::settings {
+namespace {
+
+// Characters of a string value read into `data`, up to the first NUL; never beyond the buffer,
+// also when the value had an odd number of bytes.
+std::size_t stringLength(const SecureBuffer& data) {
+  const auto* text = reinterpret_cast<const wchar_t*>(data.data());
+  const std::size_t maxChars = data.size() / sizeof(wchar_t);
+  std::size_t length = 0;
+  while (length < maxChars && text[length] != L'\0') ++length;
+  return length;
+}
+
+}  // namespace
+
+SettingsKey::SettingsKey(std::wstring path, REGSAM extraAccess)
+    : path_(std::move(path)), extraAccess_(extraAccess) {}
+
+ExtendedResult SettingsKey::readRaw(const wchar_t* name, DWORD restriction, SecureBuffer& data,
+                                    DWORD& size) const {
+  data.reset();
+  size = 0;
+
+  UniqueHkey key;
+  LSTATUS status = ::RegOpenKeyExW(root_, path_.c_str(), 0, KEY_READ | extraAccess_, key.put());
+  if (status != ERROR_SUCCESS) return result::fromWin32(static_cast<std::uint32_t>(status));
+
+  DWORD type = 0;
+  DWORD needed = 0;
+  status = ::RegGetValueW(key.get(), nullptr, name, restriction, &type, nullptr, &needed);
+  if (status != ERROR_SUCCESS) return result::fromWin32(static_cast<std::uint32_t>(status));
+
+  // Two zero bytes more than the value needs: a string stored without its NUL still ends.
+  if (!data.allocate(static_cast<std::size_t>(needed) + 2)) return result::allocationFailure();
+
+  DWORD capacity = needed + 2;
+  status = ::RegGetValueW(key.get(), nullptr, name, restriction, &type, data.data(), &capacity);
+  if (status != ERROR_SUCCESS) {
+    data.reset();
+    return result::fromWin32(static_cast<std::uint32_t>(status));
+  }
+  size = capacity;
+  return result::success();
+}
+
+std::wstring SettingsKey::readString(const wchar_t* name, const std::wstring& defaultValue) const {
+  SecureBuffer data;
+  DWORD size = 0;
+  if (result::failed(readRaw(name, RRF_RT_REG_SZ, data, size))) return defaultValue;
+  return std::wstring(reinterpret_cast<const wchar_t*>(data.data()), stringLength(data));
+}
+
+void SettingsKey::readSecretString(const wchar_t* name, std::wstring& value) const {
+  secureWipe(value);
+  SecureBuffer data;
+  DWORD size = 0;
+  if (result::failed(readRaw(name, RRF_RT_REG_SZ, data, size))) return;
+  value.assign(reinterpret_cast<const wchar_t*>(data.data()), stringLength(data));
+}
+
+ExtendedResult SettingsKey::readNumber(const wchar_t* name, DWORD& value) const {
+  SecureBuffer data;
+  DWORD size = 0;
+  const ExtendedResult code = readRaw(name, RRF_RT_REG_DWORD, data, size);
+  if (result::failed(code)) return code;
+  if (size < sizeof(DWORD)) return result::fromWin32(ERROR_INVALID_DATA);
+  std::memcpy(&value, data.data(), sizeof(DWORD));
+  return code;
+}
+
+DWORD SettingsKey::readNumberOr(const wchar_t* name, DWORD defaultValue) const {
+  DWORD value = 0;
+  return result::failed(readNumber(name, value)) ? defaultValue : value;
+}
+
+std::vector<std::wstring> SettingsKey::readList(const wchar_t* name) const {
+  std::vector<std::wstring> list;
+  SecureBuffer data;
+  DWORD size = 0;
+  if (result::failed(readRaw(name, RRF_RT_REG_MULTI_SZ, data, size))) return list;
+
+  const auto* text = reinterpret_cast<const wchar_t*>(data.data());
+  const std::size_t chars = data.size() / sizeof(wchar_t);
+  std::size_t position = 0;
+  while (position < chars && text[position] != L'\0') {
+    std::size_t end = position;
+    while (end < chars && text[end] != L'\0') ++end;
+    list.emplace_back(text + position, end - position);
+    position = end + 1;
+  }
+  return list;
+}
+
+std::vector<std::wstring> SettingsKey::enumerateSubkeys() const {
+  std::vector<std::wstring> subkeys;
+  UniqueHkey key;
+  if (::RegOpenKeyExW(root_, path_.c_str(), 0, KEY_READ | extraAccess_, key.put()) != ERROR_SUCCESS) {
+    return subkeys;
+  }
+  DWORD count = 0;
+  if (::RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr,
+                         nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+    return subkeys;
+  }
+  for (DWORD index = 0; index < count; ++index) {
+    wchar_t name[255];
+    DWORD nameChars = 255;  // reset before every call: RegEnumKeyExW overwrites it
+    if (::RegEnumKeyExW(key.get(), index, name, &nameChars, nullptr, nullptr, nullptr, nullptr) !=
+        ERROR_SUCCESS) {
+      break;
+    }
+    subkeys.push_back(path_ + L"\\" + std::wstring(name, nameChars));
+  }
+  return subkeys;
+}
+
+}  // namespace lm2::settings

@@ -1,0 +1,48 @@
+#pragma once
+// Reads configuration values from one registry key under HKEY_LOCAL_MACHINE. Made on the stack at
+// each read site; every read opens and closes its own key handle, so a changed value takes effect
+// at the next read and the reader has no shared state between threads.
+
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+#include "common/SecureBuffer.h"
+#include "logging/ExtendedResult.h"
+
+namespace lm2::settings {
+
+class SettingsKey {
+ public:
+  explicit SettingsKey(std::wstring path, REGSAM extraAccess = 0);
+
+  // The value's bytes with two zero bytes appended (so a string stored without its terminator
+  // still ends), and their count in `size`. `restriction` is the RRF_RT_* type filter.
+  ExtendedResult readRaw(const wchar_t* name, DWORD restriction, SecureBuffer& data, DWORD& size) const;
+
+  // REG_SZ up to its first NUL, or `defaultValue` when the value cannot be read as REG_SZ.
+  std::wstring readString(const wchar_t* name, const std::wstring& defaultValue) const;
+  // As readString, into a string the caller wipes (for secrets such as passwords).
+  void readSecretString(const wchar_t* name, std::wstring& value) const;
+
+  // REG_DWORD; the caller applies its default when the result counts as failed.
+  ExtendedResult readNumber(const wchar_t* name, DWORD& value) const;
+  // REG_DWORD, or `defaultValue` when it cannot be read as one.
+  DWORD readNumberOr(const wchar_t* name, DWORD defaultValue) const;
+
+  // The strings of a REG_MULTI_SZ in order; empty when the value cannot be read.
+  std::vector<std::wstring> readList(const wchar_t* name) const;
+
+  // "path\name" for each subkey, in the registry's order; stops at the first error.
+  std::vector<std::wstring> enumerateSubkeys() const;
+
+  const std::wstring& path() const noexcept { return path_; }
+
+ private:
+  HKEY root_ = HKEY_LOCAL_MACHINE;
+  std::wstring path_;
+  REGSAM extraAccess_ = 0;
+};
+
+}  // namespace lm2::settings
