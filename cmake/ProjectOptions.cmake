@@ -1,8 +1,15 @@
 # Compiler settings shared by every target of this project (not by GoogleTest).
 set(LM2_SANITIZERS "" CACHE STRING "Sanitizers for the native build, e.g. address;undefined or thread")
 
+# MSVC: the static runtime, so that LogonUI needs no Visual C++ redistributable.
+set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
+
 add_library(lm2_options INTERFACE)
-target_compile_options(lm2_options INTERFACE -Wall -Wextra -Wno-unknown-pragmas)
+if(MSVC)
+  target_compile_options(lm2_options INTERFACE /W4 /EHsc /utf-8 /permissive-)
+else()
+  target_compile_options(lm2_options INTERFACE -Wall -Wextra -Wno-unknown-pragmas)
+endif()
 
 if(WIN32)
   # UTF-16 Win32 API, Windows 10 declarations (behaviour still checks the running version).

@@ -1,32 +1,37 @@
-# Windows test programs run under Wine: one prefix per build folder (build/<preset>/wine/prefix),
-# a CTest setup fixture that boots it and keeps one persistent wineserver, and a cleanup fixture that
-# ends it. Every Windows program started by CTest goes through scripts/wine-prefix.sh, which also
-# makes sure the prefix is up, so test discovery and single test runs work without the fixture too.
-set(LM2_WINE_HOME ${CMAKE_BINARY_DIR}/wine)
-set(LM2_WINEPREFIX ${LM2_WINE_HOME}/prefix)
-set(LM2_WINE_SCRIPT ${PROJECT_SOURCE_DIR}/scripts/wine-prefix.sh)
-set(CMAKE_CROSSCOMPILING_EMULATOR ${LM2_WINE_SCRIPT} run ${LM2_WINEPREFIX})
-
-add_test(NAME wine.prefix.start COMMAND ${LM2_WINE_SCRIPT} start ${LM2_WINEPREFIX})
-set_tests_properties(wine.prefix.start PROPERTIES FIXTURES_SETUP wine)
-add_test(NAME wine.prefix.stop COMMAND ${LM2_WINE_SCRIPT} stop ${LM2_WINEPREFIX})
-set_tests_properties(wine.prefix.stop PROPERTIES FIXTURES_CLEANUP wine)
-
+# Windows test programs. In the cross build they run under Wine: one prefix per build folder
+# (build/<preset>/wine/prefix), a CTest setup fixture that boots it and keeps one persistent
+# wineserver, and a cleanup fixture that ends it. Every Windows program started by CTest goes
+# through scripts/wine-prefix.sh, which also makes sure the prefix is up, so test discovery and
+# single test runs work without the fixture too. On Windows itself the programs run directly.
 set(LM2_TEST_MANIFEST_RC ${PROJECT_SOURCE_DIR}/tests/common/test-program.rc)
+set(LM2_UNDER_WINE ${CMAKE_CROSSCOMPILING})
+
+if(LM2_UNDER_WINE)
+  set(LM2_WINE_HOME ${CMAKE_BINARY_DIR}/wine)
+  set(LM2_WINEPREFIX ${LM2_WINE_HOME}/prefix)
+  set(LM2_WINE_SCRIPT ${PROJECT_SOURCE_DIR}/scripts/wine-prefix.sh)
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${LM2_WINE_SCRIPT} run ${LM2_WINEPREFIX})
+
+  add_test(NAME wine.prefix.start COMMAND ${LM2_WINE_SCRIPT} start ${LM2_WINEPREFIX})
+  set_tests_properties(wine.prefix.start PROPERTIES FIXTURES_SETUP wine)
+  add_test(NAME wine.prefix.stop COMMAND ${LM2_WINE_SCRIPT} stop ${LM2_WINEPREFIX})
+  set_tests_properties(wine.prefix.stop PROPERTIES FIXTURES_CLEANUP wine)
+endif()
 
 # lm2_add_wine_gtest(NAME SOURCES … [LIBRARIES …] [WINDOWS_VERSIONS win7 win10 …]
 #                    [RESOURCE_LOCK lock] [LABELS …])
 # Builds a GoogleTest program for Windows and registers each of its tests as one CTest entry.
 # With WINDOWS_VERSIONS the same tests are linked once per version under the program name
 # NAME_<version>.exe; Wine reports that version to the program (AppDefaults), and the program finds
-# the expected version in LM2_EXPECTED_WINDOWS.
+# the expected version in LM2_EXPECTED_WINDOWS. (On Windows itself the version cannot be chosen:
+# one program is built and its version-bound tests skip.)
 function(lm2_add_wine_gtest name)
   cmake_parse_arguments(ARG "" "RESOURCE_LOCK" "SOURCES;LIBRARIES;WINDOWS_VERSIONS;LABELS" ${ARGN})
   add_library(${name}_objects OBJECT ${ARG_SOURCES})
   target_link_libraries(${name}_objects PUBLIC ${ARG_LIBRARIES} GTest::gmock lm2_options)
 
   set(variants "")
-  if(ARG_WINDOWS_VERSIONS)
+  if(ARG_WINDOWS_VERSIONS AND LM2_UNDER_WINE)
     foreach(version IN LISTS ARG_WINDOWS_VERSIONS)
       list(APPEND variants "${name}_${version}|${version}")
     endforeach()
@@ -43,8 +48,15 @@ function(lm2_add_wine_gtest name)
       list(GET parts 1 version)
     endif()
     add_executable(${exe} ${LM2_TEST_MANIFEST_RC})
+    target_include_directories(${exe} PRIVATE ${PROJECT_SOURCE_DIR}/tests/common)
     target_link_libraries(${exe} PRIVATE ${name}_objects GTest::gmock_main)
-    set(props FIXTURES_REQUIRED wine LABELS "windows;${ARG_LABELS}")
+    if(MSVC)
+      target_link_options(${exe} PRIVATE /MANIFEST:NO)  # the .rc carries the manifest
+    endif()
+    set(props LABELS "windows;${ARG_LABELS}")
+    if(LM2_UNDER_WINE)
+      list(APPEND props FIXTURES_REQUIRED wine)
+    endif()
     if(ARG_RESOURCE_LOCK)
       list(APPEND props RESOURCE_LOCK ${ARG_RESOURCE_LOCK})
     endif()
@@ -69,7 +81,10 @@ endfunction()
 function(lm2_add_wine_program_test name)
   cmake_parse_arguments(ARG "" "PASS_REGEX;FAIL_REGEX;RESOURCE_LOCK" "COMMAND;ENVIRONMENT" ${ARGN})
   add_test(NAME ${name} COMMAND ${ARG_COMMAND})
-  set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED wine LABELS windows)
+  set_tests_properties(${name} PROPERTIES LABELS windows)
+  if(LM2_UNDER_WINE)
+    set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED wine)
+  endif()
   foreach(prop PASS_REGEX FAIL_REGEX RESOURCE_LOCK)
     if(ARG_${prop})
       string(REPLACE "_REGEX" "_REGULAR_EXPRESSION" cprop ${prop})
@@ -83,6 +98,9 @@ endfunction()
 
 # Writes the registry files that scripts/wine-prefix.sh imports into the prefix.
 function(lm2_write_wine_registry_files)
+  if(NOT LM2_UNDER_WINE)
+    return()
+  endif()
   get_property(entries GLOBAL PROPERTY LM2_WINE_APPDEFAULTS)
   set(text "REGEDIT4\n")
   foreach(entry IN LISTS entries)

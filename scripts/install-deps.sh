@@ -10,7 +10,6 @@ packages=(
   wine wine64                           # runs the Windows test programs
   googletest                            # GoogleTest/GoogleMock sources for both builds
   liblog4cpp5-dev                       # trace logging backend of the native build
-  nlohmann-json3-dev                    # description files of the virtual token engine
   openssl osslsigncode                  # throw-away code signing of the virtual token engine
   locales                               # de_DE.UTF-8 for the German runs
 )

@@ -40,8 +40,13 @@ start() {
     WINEDEBUG=-all wineserver -w </dev/null >>"$log" 2>&1 || true
     touch "$prefix/.lm2-booted"
   fi
-  # Exits with 2 at once when the prefix already has a server.
-  wineserver -p </dev/null >>"$log" 2>&1 || true
+  # `wineserver -p` exits with 2 at once when the prefix already has a server. When it starts a
+  # new one, the helpers (services.exe, plugplay, rpcss, …) are started here too, by wineboot with
+  # its output in the log: started by a test instead, they would inherit that test's stderr and
+  # CTest would wait for them until the test times out.
+  if wineserver -p </dev/null >>"$log" 2>&1; then
+    WINEDEBUG=-all wineboot </dev/null >>"$log" 2>&1
+  fi
   local reg
   for reg in "$home"/*.reg; do
     [ -e "$reg" ] || continue

@@ -1,0 +1,27 @@
+#pragma once
+// Writing test values into the real (Wine) registry under HKEY_LOCAL_MACHINE, in the shapes an
+// administrator or a broken installer might leave them.
+
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+namespace lm2::test {
+
+// Deletes the key with everything below it; a missing key is fine.
+void deleteKeyTree(const std::wstring& path);
+
+void setString(const std::wstring& path, const wchar_t* name, const std::wstring& value);
+// A REG_SZ whose stored bytes are exactly `value` (no terminating NUL unless it contains one).
+void setStringWithoutTerminator(const std::wstring& path, const wchar_t* name, const std::wstring& value);
+void setNumber(const std::wstring& path, const wchar_t* name, DWORD value);
+void setList(const std::wstring& path, const wchar_t* name, const std::vector<std::wstring>& values);
+void setRaw(const std::wstring& path, const wchar_t* name, DWORD type, const void* data, DWORD size);
+void createKey(const std::wstring& path);
+void deleteValue(const std::wstring& path, const wchar_t* name);
+
+// The Windows version this test program was started for ("win7", "win10"; empty when none).
+std::string expectedWindows();
+
+}  // namespace lm2::test

@@ -1,0 +1,177 @@
+// The DLL as LogonUI sees it: loaded with LoadLibraryW, used only through its two exports.
+#include <gtest/gtest.h>
+
+#include <windows.h>
+#include <objbase.h>
+
+#include "TestRegistry.h"
+#include "platform/ComPtr.h"
+#include "provider/ProviderGuids.h"
+#include "settings/ProviderSettings.h"
+
+namespace lm2 {
+namespace {
+
+template <class Function>
+Function exported(HMODULE module, const char* name) {
+  return reinterpret_cast<Function>(reinterpret_cast<void*>(::GetProcAddress(module, name)));
+}
+
+using GetClassObjectFn = HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**);
+using CanUnloadNowFn = HRESULT(STDAPICALLTYPE*)();
+
+// {00000000-1111-2222-3333-444444444444}: an interface no object of the module has.
+constexpr IID kForeignIid = {0x00000000, 0x1111, 0x2222, {0x33, 0x33, 0x44, 0x44, 0x44, 0x44, 0x44, 0x44}};
+
+class ModuleEntryTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    test::deleteValue(settings::kProviderKeyPath, L"LogSettingsPath");
+    module_ = ::LoadLibraryW(L"LM2CredentialProvider.dll");
+    ASSERT_NE(module_, nullptr) << "LoadLibraryW failed with " << ::GetLastError();
+    getClassObject_ = exported<GetClassObjectFn>(module_, "DllGetClassObject");
+    canUnloadNow_ = exported<CanUnloadNowFn>(module_, "DllCanUnloadNow");
+    ASSERT_NE(getClassObject_, nullptr);
+    ASSERT_NE(canUnloadNow_, nullptr);
+  }
+  void TearDown() override {
+    test::deleteValue(settings::kProviderKeyPath, L"LogSettingsPath");
+    if (module_) ::FreeLibrary(module_);
+  }
+
+  ComPtr<IClassFactory> factory() {
+    ComPtr<IClassFactory> result;
+    EXPECT_EQ(getClassObject_(kProviderClsid, IID_IClassFactory, result.putVoid()), S_OK);
+    return result;
+  }
+
+  HMODULE module_ = nullptr;
+  GetClassObjectFn getClassObject_ = nullptr;
+  CanUnloadNowFn canUnloadNow_ = nullptr;
+};
+
+TEST_F(ModuleEntryTest, FactoryIsServedForIUnknownAndIClassFactory) {
+  ComPtr<IUnknown> unknown;
+  ASSERT_EQ(getClassObject_(kProviderClsid, IID_IUnknown, unknown.putVoid()), S_OK);
+  ASSERT_TRUE(unknown);
+  ComPtr<IClassFactory> viaUnknown;
+  EXPECT_EQ(unknown.queryTo(viaUnknown), S_OK);
+
+  ComPtr<IClassFactory> classFactory = factory();
+  ASSERT_TRUE(classFactory);
+  // Each call makes a factory of its own, holding exactly the reference handed out.
+  EXPECT_NE(static_cast<void*>(classFactory.get()), static_cast<void*>(viaUnknown.get()));
+  EXPECT_EQ(classFactory->AddRef(), 2u);
+  EXPECT_EQ(classFactory->Release(), 1u);
+  ComPtr<IUnknown> identity;
+  EXPECT_EQ(classFactory.queryTo(identity), S_OK);
+  EXPECT_EQ(classFactory->AddRef(), 3u);
+  EXPECT_EQ(classFactory->Release(), 2u);
+}
+
+TEST_F(ModuleEntryTest, OtherInterfacesAreRefusedWithANullResult) {
+  void* out = reinterpret_cast<void*>(0x1);
+  EXPECT_EQ(getClassObject_(kProviderClsid, kForeignIid, &out), E_NOINTERFACE);
+  EXPECT_EQ(out, nullptr);
+
+  ComPtr<IClassFactory> classFactory = factory();
+  out = reinterpret_cast<void*>(0x1);
+  EXPECT_EQ(classFactory->QueryInterface(kForeignIid, &out), E_NOINTERFACE);
+  EXPECT_EQ(out, nullptr);
+}
+
+TEST_F(ModuleEntryTest, UnknownClassIsNotAvailable) {
+  CLSID almost = kProviderClsid;
+  almost.Data4[7] ^= 0x01;  // one bit off in the second half
+  void* out = reinterpret_cast<void*>(0x1);
+  EXPECT_EQ(getClassObject_(almost, IID_IClassFactory, &out), CLASS_E_CLASSNOTAVAILABLE);
+  EXPECT_EQ(out, nullptr);
+
+  almost = kProviderClsid;
+  almost.Data1 ^= 0x80000000;  // and in the first
+  out = reinterpret_cast<void*>(0x1);
+  EXPECT_EQ(getClassObject_(almost, IID_IClassFactory, &out), CLASS_E_CLASSNOTAVAILABLE);
+  EXPECT_EQ(out, nullptr);
+
+  EXPECT_EQ(getClassObject_(kProviderClsid, IID_IClassFactory, nullptr), E_POINTER);
+}
+
+TEST_F(ModuleEntryTest, AggregationIsRefused) {
+  ComPtr<IClassFactory> classFactory = factory();
+  IUnknown* outer = reinterpret_cast<IUnknown*>(classFactory.get());
+  void* out = reinterpret_cast<void*>(0x1);
+  EXPECT_EQ(classFactory->CreateInstance(outer, IID_IUnknown, &out), CLASS_E_NOAGGREGATION);
+  EXPECT_EQ(out, nullptr);
+  EXPECT_EQ(canUnloadNow_(), S_OK);
+}
+
+TEST_F(ModuleEntryTest, ServerLocksKeepTheModuleLoaded) {
+  EXPECT_EQ(canUnloadNow_(), S_OK);
+  ComPtr<IClassFactory> classFactory = factory();
+  EXPECT_EQ(canUnloadNow_(), S_OK) << "the factory itself must not keep the module";
+  EXPECT_EQ(classFactory->LockServer(TRUE), S_OK);
+  EXPECT_EQ(canUnloadNow_(), S_FALSE);
+  EXPECT_EQ(classFactory->LockServer(TRUE), S_OK);
+  EXPECT_EQ(classFactory->LockServer(FALSE), S_OK);
+  EXPECT_EQ(canUnloadNow_(), S_FALSE);
+  EXPECT_EQ(classFactory->LockServer(FALSE), S_OK);
+  EXPECT_EQ(canUnloadNow_(), S_OK);
+}
+
+TEST_F(ModuleEntryTest, UnbalancedUnlockLeavesTheModuleUnloadable) {
+  ComPtr<IClassFactory> classFactory = factory();
+  EXPECT_EQ(classFactory->LockServer(FALSE), S_OK);  // count -1
+  EXPECT_EQ(canUnloadNow_(), S_OK);
+  EXPECT_EQ(classFactory->LockServer(TRUE), S_OK);  // back to 0
+  EXPECT_EQ(canUnloadNow_(), S_OK);
+  EXPECT_EQ(classFactory->LockServer(TRUE), S_OK);
+  EXPECT_EQ(canUnloadNow_(), S_FALSE);
+  EXPECT_EQ(classFactory->LockServer(FALSE), S_OK);
+}
+
+TEST_F(ModuleEntryTest, ALiveProviderKeepsTheModuleLoaded) {
+  ComPtr<IClassFactory> classFactory = factory();
+  ComPtr<IUnknown> provider;
+  ASSERT_EQ(classFactory->CreateInstance(nullptr, IID_IUnknown, provider.putVoid()), S_OK);
+  ASSERT_TRUE(provider);
+  classFactory.reset();
+  EXPECT_EQ(canUnloadNow_(), S_FALSE);
+
+  ComPtr<IUnknown> second = provider;
+  provider.reset();
+  EXPECT_EQ(canUnloadNow_(), S_FALSE);
+  second.reset();
+  EXPECT_EQ(canUnloadNow_(), S_OK);
+}
+
+TEST_F(ModuleEntryTest, ProviderWithoutTheInterfaceIsDestroyedAtOnce) {
+  ComPtr<IClassFactory> classFactory = factory();
+  void* out = reinterpret_cast<void*>(0x1);
+  EXPECT_EQ(classFactory->CreateInstance(nullptr, kForeignIid, &out), E_NOINTERFACE);
+  EXPECT_EQ(out, nullptr);
+  EXPECT_EQ(canUnloadNow_(), S_OK);
+}
+
+TEST_F(ModuleEntryTest, ProvidersAreCreatedWithAndWithoutALogConfiguration) {
+  ComPtr<IClassFactory> classFactory = factory();
+  ComPtr<IUnknown> first;
+  ASSERT_EQ(classFactory->CreateInstance(nullptr, IID_IUnknown, first.putVoid()), S_OK);
+
+  test::setString(settings::kProviderKeyPath, L"LogSettingsPath", L"C:\\does\\not\\exist.properties");
+  ComPtr<IUnknown> second;
+  ASSERT_EQ(classFactory->CreateInstance(nullptr, IID_IUnknown, second.putVoid()), S_OK);
+
+  test::setNumber(settings::kProviderKeyPath, L"LogSettingsPath", 1);  // wrong type: no configuration
+  ComPtr<IUnknown> third;
+  ASSERT_EQ(classFactory->CreateInstance(nullptr, IID_IUnknown, third.putVoid()), S_OK);
+
+  EXPECT_NE(first.get(), second.get());
+  EXPECT_EQ(canUnloadNow_(), S_FALSE);
+  first.reset();
+  second.reset();
+  third.reset();
+  EXPECT_EQ(canUnloadNow_(), S_OK);
+}
+
+}  // namespace
+}  // namespace lm2

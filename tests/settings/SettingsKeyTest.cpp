@@ -1,0 +1,155 @@
+// The reader against the real registry, with values in the shapes installers and administrators
+// leave behind.
+#include "settings/SettingsKey.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "TestRegistry.h"
+#include "logging/ExtendedResult.h"
+
+namespace lm2::settings {
+namespace {
+
+class SettingsKeyTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    result::setComponentId(result::kModuleComponentId);
+    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    const std::string name = info->name();
+    path_ = L"SOFTWARE\\Corvana\\Lumenar2Tests\\SettingsKey\\" + std::wstring(name.begin(), name.end());
+    test::deleteKeyTree(path_);
+    test::createKey(path_);
+  }
+  void TearDown() override { test::deleteKeyTree(path_); }
+
+  std::wstring path_;
+};
+
+TEST_F(SettingsKeyTest, StringStoredWithoutTerminatorIsReadWhole) {
+  test::setStringWithoutTerminator(path_, L"Label", L"Token 42");
+  EXPECT_EQ(SettingsKey(path_).readString(L"Label", L"default"), L"Token 42");
+
+  SecureBuffer data;
+  DWORD size = 0;
+  ASSERT_EQ(SettingsKey(path_).readRaw(L"Label", RRF_RT_REG_SZ, data, size), result::success());
+  // Whatever the registry reports, the buffer ends in two zero bytes after the characters.
+  ASSERT_GE(data.size(), 8 * sizeof(wchar_t) + 2);
+  EXPECT_EQ(data.data()[16], 0);
+  EXPECT_EQ(data.data()[17], 0);
+}
+
+TEST_F(SettingsKeyTest, StringEndsAtItsFirstNul) {
+  const wchar_t stored[] = L"abc\0def";
+  test::setRaw(path_, L"Value", REG_SZ, stored, sizeof stored);
+  EXPECT_EQ(SettingsKey(path_).readString(L"Value", L"x"), L"abc");
+}
+
+TEST_F(SettingsKeyTest, StringWithOddByteCountStaysInsideTheBuffer) {
+  const char stored[] = {'a', 0, 'b', 0, 'c'};
+  test::setRaw(path_, L"Odd", REG_SZ, stored, sizeof stored);
+  const std::wstring value = SettingsKey(path_).readString(L"Odd", L"x");
+  ASSERT_GE(value.size(), 2u);
+  EXPECT_EQ(value.substr(0, 2), L"ab");
+  EXPECT_LE(value.size(), 3u);
+}
+
+TEST_F(SettingsKeyTest, MissingValueOrKeyGivesTheDefaultAndFileNotFound) {
+  EXPECT_EQ(SettingsKey(path_).readString(L"Absent", L"fallback"), L"fallback");
+  SecureBuffer data;
+  DWORD size = 0;
+  EXPECT_EQ(SettingsKey(path_).readRaw(L"Absent", RRF_RT_REG_SZ, data, size), 0x8010000080070002ull);
+  EXPECT_TRUE(data.empty());
+
+  const SettingsKey missingKey(path_ + L"\\NoSuchKey");
+  EXPECT_EQ(missingKey.readString(L"Anything", L"fallback"), L"fallback");
+  DWORD number = 77;
+  EXPECT_EQ(missingKey.readNumber(L"Anything", number), 0x8010000080070002ull);
+  EXPECT_EQ(number, 77u);
+  EXPECT_TRUE(missingKey.readList(L"Anything").empty());
+  EXPECT_TRUE(missingKey.enumerateSubkeys().empty());
+}
+
+TEST_F(SettingsKeyTest, NumberIsReadOnlyFromADword) {
+  test::setNumber(path_, L"Delay", 5000);
+  DWORD value = 0;
+  EXPECT_EQ(SettingsKey(path_).readNumber(L"Delay", value), result::success());
+  EXPECT_EQ(value, 5000u);
+
+  // A number stored as text is of the wrong type: the caller's default applies.
+  test::setString(path_, L"AsText", L"50");
+  value = 0;
+  const ExtendedResult code = SettingsKey(path_).readNumber(L"AsText", value);
+  EXPECT_TRUE(result::failed(code));
+  EXPECT_EQ(code, result::fromWin32(ERROR_UNSUPPORTED_TYPE));
+  EXPECT_EQ(SettingsKey(path_).readNumberOr(L"AsText", 1000), 1000u);
+
+  const BYTE binary[] = {1, 0, 0, 0};
+  test::setRaw(path_, L"AsBinary", REG_BINARY, binary, sizeof binary);
+  EXPECT_EQ(SettingsKey(path_).readNumberOr(L"AsBinary", 3), 3u);
+}
+
+TEST_F(SettingsKeyTest, StringReadOfANumberGivesTheDefault) {
+  test::setNumber(path_, L"Layer", 1);
+  EXPECT_EQ(SettingsKey(path_).readString(L"Layer", L"Default"), L"Default");
+}
+
+TEST_F(SettingsKeyTest, ListKeepsItsOrder) {
+  test::setList(path_, L"Filter", {L"{11111111-1111-1111-1111-111111111111}", L"b", L"ccc"});
+  EXPECT_EQ(SettingsKey(path_).readList(L"Filter"),
+            (std::vector<std::wstring>{L"{11111111-1111-1111-1111-111111111111}", L"b", L"ccc"}));
+  EXPECT_TRUE(SettingsKey(path_).readList(L"Absent").empty());
+
+  test::setList(path_, L"Empty", {});
+  EXPECT_TRUE(SettingsKey(path_).readList(L"Empty").empty());
+}
+
+TEST_F(SettingsKeyTest, ListStoredWithoutItsFinalTerminatorsIsComplete) {
+  const wchar_t stored[] = {L'a', L'\0', L'b', L'c'};
+  test::setRaw(path_, L"Filter", REG_MULTI_SZ, stored, sizeof stored);
+  EXPECT_EQ(SettingsKey(path_).readList(L"Filter"), (std::vector<std::wstring>{L"a", L"bc"}));
+}
+
+TEST_F(SettingsKeyTest, ListIsNotReadFromAString) {
+  test::setString(path_, L"Filter", L"a");
+  EXPECT_TRUE(SettingsKey(path_).readList(L"Filter").empty());
+}
+
+TEST_F(SettingsKeyTest, SubkeysAreListedAsFullPaths) {
+  test::createKey(path_ + L"\\S-1-5-21-0-0-0-1000");
+  test::createKey(path_ + L"\\S-1-5-18");
+  test::setString(path_, L"NotAKey", L"x");
+  auto subkeys = SettingsKey(path_).enumerateSubkeys();
+  std::sort(subkeys.begin(), subkeys.end());
+  EXPECT_EQ(subkeys, (std::vector<std::wstring>{path_ + L"\\S-1-5-18", path_ + L"\\S-1-5-21-0-0-0-1000"}));
+  EXPECT_TRUE(SettingsKey(path_ + L"\\S-1-5-18").enumerateSubkeys().empty());
+}
+
+TEST_F(SettingsKeyTest, LongestSubkeyNameFits) {
+  const std::wstring longName(255 - 1, L'k');
+  test::createKey(path_ + L"\\" + longName);
+  EXPECT_EQ(SettingsKey(path_).enumerateSubkeys(), (std::vector<std::wstring>{path_ + L"\\" + longName}));
+}
+
+TEST_F(SettingsKeyTest, EveryReadSeesTheCurrentValue) {
+  const SettingsKey key(path_);
+  test::setString(path_, L"CoreSet", L"first");
+  EXPECT_EQ(key.readString(L"CoreSet", L""), L"first");
+  test::setString(path_, L"CoreSet", L"second");
+  EXPECT_EQ(key.readString(L"CoreSet", L""), L"second");
+  test::deleteValue(path_, L"CoreSet");
+  EXPECT_EQ(key.readString(L"CoreSet", L"gone"), L"gone");
+}
+
+TEST_F(SettingsKeyTest, SecretStringIsReplacedOrEmptied) {
+  test::setString(path_, L"LdapAuthPw", L"s3cret");
+  std::wstring secret = L"previous value";
+  SettingsKey(path_).readSecretString(L"LdapAuthPw", secret);
+  EXPECT_EQ(secret, L"s3cret");
+  SettingsKey(path_).readSecretString(L"Absent", secret);
+  EXPECT_EQ(secret, L"");
+}
+
+}  // namespace
+}  // namespace lm2::settings
