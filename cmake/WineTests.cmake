@@ -19,14 +19,14 @@ if(LM2_UNDER_WINE)
 endif()
 
 # lm2_add_wine_gtest(NAME SOURCES … [LIBRARIES …] [WINDOWS_VERSIONS win7 win10 …]
-#                    [RESOURCE_LOCK lock] [LABELS …])
+#                    [RESOURCE_LOCK lock])
 # Builds a GoogleTest program for Windows and registers each of its tests as one CTest entry.
 # With WINDOWS_VERSIONS the same tests are linked once per version under the program name
 # NAME_<version>.exe; Wine reports that version to the program (AppDefaults), and the program finds
 # the expected version in LM2_EXPECTED_WINDOWS. (On Windows itself the version cannot be chosen:
 # one program is built and its version-bound tests skip.)
 function(lm2_add_wine_gtest name)
-  cmake_parse_arguments(ARG "" "RESOURCE_LOCK" "SOURCES;LIBRARIES;WINDOWS_VERSIONS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "" "RESOURCE_LOCK" "SOURCES;LIBRARIES;WINDOWS_VERSIONS" ${ARGN})
   add_library(${name}_objects OBJECT ${ARG_SOURCES})
   target_link_libraries(${name}_objects PUBLIC ${ARG_LIBRARIES} GTest::gmock lm2_options)
 
@@ -53,7 +53,7 @@ function(lm2_add_wine_gtest name)
     if(MSVC)
       target_link_options(${exe} PRIVATE /MANIFEST:NO)  # the .rc carries the manifest
     endif()
-    set(props LABELS "windows;${ARG_LABELS}")
+    set(props LABELS windows)
     if(LM2_UNDER_WINE)
       list(APPEND props FIXTURES_REQUIRED wine)
     endif()

@@ -44,12 +44,19 @@ class UniqueResource {
   Type value_ = Traits::invalid();
 };
 
-struct RegistryKeyTraits {
-  using Type = HKEY;
+// Owners whose "nothing" is a null value and whose release is one call.
+template <class T, auto Close>
+struct NullableTraits {
+  using Type = T;
   static constexpr Type invalid() noexcept { return nullptr; }
-  static bool valid(Type key) noexcept { return key != nullptr; }
-  static void close(Type key) noexcept { ::RegCloseKey(key); }
+  static bool valid(Type value) noexcept { return value != nullptr; }
+  static void close(Type value) noexcept { Close(value); }
 };
+
+using RegistryKeyTraits = NullableTraits<HKEY, &::RegCloseKey>;
+// Memory from LocalAlloc, such as the SIDs of ConvertStringSidToSidW.
+using LocalMemoryTraits = NullableTraits<HLOCAL, &::LocalFree>;
+using CoTaskMemStringTraits = NullableTraits<PWSTR, &::CoTaskMemFree>;
 
 // Kernel handles: both null and INVALID_HANDLE_VALUE mean "nothing owned".
 struct KernelHandleTraits {
@@ -57,21 +64,6 @@ struct KernelHandleTraits {
   static Type invalid() noexcept { return nullptr; }
   static bool valid(Type handle) noexcept { return handle != nullptr && handle != INVALID_HANDLE_VALUE; }
   static void close(Type handle) noexcept { ::CloseHandle(handle); }
-};
-
-// Memory from LocalAlloc, such as the SIDs of ConvertStringSidToSidW.
-struct LocalMemoryTraits {
-  using Type = HLOCAL;
-  static constexpr Type invalid() noexcept { return nullptr; }
-  static bool valid(Type memory) noexcept { return memory != nullptr; }
-  static void close(Type memory) noexcept { ::LocalFree(memory); }
-};
-
-struct CoTaskMemStringTraits {
-  using Type = PWSTR;
-  static constexpr Type invalid() noexcept { return nullptr; }
-  static bool valid(Type text) noexcept { return text != nullptr; }
-  static void close(Type text) noexcept { ::CoTaskMemFree(text); }
 };
 
 // A task-allocator string that held a secret: zeroed before it is freed.
