@@ -1,0 +1,403 @@
+// Packing and unpacking item trees: the exact encoding, every envelope and value check, and the
+// ownership rules that keep secrets from leaking or being freed twice.
+#include "items/ItemStream.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "items/Crc32.h"
+#include "items/ItemBuffer.h"
+#include "items/ItemValues.h"
+
+namespace lm2::items {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes toBytes(const SecureBuffer& buffer) { return Bytes(buffer.data(), buffer.data() + buffer.size()); }
+
+void putU32(Bytes& out, std::uint32_t value) {
+  for (int i = 0; i < 4; ++i) out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+}
+
+// A header as the stream writes it: tag, name length + 1, name, zero byte.
+void putHeader(Bytes& out, std::uint8_t tag, const std::string& name) {
+  out.push_back(tag);
+  putU32(out, static_cast<std::uint32_t>(name.size() + 1));
+  out.insert(out.end(), name.begin(), name.end());
+  out.push_back(0);
+}
+
+// Wraps content bytes into a valid envelope.
+Bytes envelope(const Bytes& content) {
+  Bytes stream{'S', 'R'};
+  putU32(stream, static_cast<std::uint32_t>(content.size()));
+  stream.insert(stream.end(), content.begin(), content.end());
+  putU32(stream, crc32(content.data(), content.size()));
+  stream.push_back('B');
+  stream.push_back('W');
+  return stream;
+}
+
+std::unique_ptr<CItem> unpack(const Bytes& stream) { return unpackItem(stream.data(), stream.size()); }
+
+TEST(Crc32, MatchesTheStandardCheckValue) {
+  const char text[] = "123456789";
+  EXPECT_EQ(crc32(reinterpret_cast<const std::uint8_t*>(text), 9), 0xCBF43926u);
+  EXPECT_EQ(crc32(nullptr, 0), 0u);
+}
+
+TEST(ItemStream, EmptyVectorHasItsExactElevenByteEncoding) {
+  CItemVector x("x");
+  EXPECT_EQ(x.getSerializedSize(), 11u);
+  const Bytes stream = toBytes(packItem(x));
+  const Bytes content{0x06, 0x02, 0x00, 0x00, 0x00, 'x', 0x00, 0x00, 0x00, 0x00, 0x00};
+  EXPECT_EQ(stream, envelope(content));
+  EXPECT_EQ(stream.size(), 11u + 12u);
+}
+
+TEST(ItemStream, EveryKindHasItsEncodingAndSize) {
+  CItemVector root("n/a");
+  CItemStringA a("a", "hi");
+  CItemStringW w("w", u"\u00e4b");
+  CItemULong ul("u", 0x01020304);
+  CItemULongLong ull("l", 0x0102030405060708ull);
+  const std::uint8_t secret[] = {0xde, 0xad};
+  CItemBuffer buffer("b", const_cast<std::uint8_t*>(secret), 2, false);
+  CItemBoolean flag("f");
+  flag.setValue(true);
+  CItem bare("e");
+  for (CItem* child : std::initializer_list<CItem*>{&a, &w, &ul, &ull, &buffer, &flag, &bare}) {
+    root.addItem(child, false);
+  }
+
+  Bytes content;
+  putHeader(content, 6, "n/a");
+  putU32(content, 7);
+  putHeader(content, 1, "a");
+  putU32(content, 3);
+  content.insert(content.end(), {'h', 'i', 0});
+  putHeader(content, 2, "w");
+  putU32(content, 6);
+  content.insert(content.end(), {0xe4, 0x00, 'b', 0x00, 0x00, 0x00});
+  putHeader(content, 3, "u");
+  content.insert(content.end(), {0x04, 0x03, 0x02, 0x01});
+  putHeader(content, 4, "l");
+  content.insert(content.end(), {0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x01});
+  putHeader(content, 5, "b");
+  putU32(content, 2);
+  content.insert(content.end(), {0xde, 0xad});
+  putHeader(content, 7, "f");
+  content.push_back(1);
+  putHeader(content, 0, "e");
+
+  EXPECT_EQ(toBytes(packItem(root)), envelope(content));
+  EXPECT_EQ(root.getSerializedSize(), content.size());
+  EXPECT_EQ(a.getSerializedSize(), 7u + 4 + 3);
+  EXPECT_EQ(bare.getSerializedSize(), 7u);
+}
+
+TEST(ItemStream, EnvelopeFaultsGiveNull) {
+  const Bytes good = toBytes(packItem(CItemULong("v", 5)));
+  ASSERT_NE(unpack(good), nullptr);
+
+  EXPECT_EQ(unpack(Bytes(good.begin(), good.begin() + 5)), nullptr);
+  EXPECT_EQ(unpackItem(nullptr, 0), nullptr);
+  Bytes swapped = good;
+  std::swap(swapped[0], swapped[1]);  // "RS"
+  EXPECT_EQ(unpack(swapped), nullptr);
+  Bytes badTail = good;
+  badTail.back() = 'X';
+  EXPECT_EQ(unpack(badTail), nullptr);
+  // Declared content longer than what was supplied.
+  Bytes tooLong = good;
+  tooLong[2] += 1;
+  EXPECT_EQ(unpack(tooLong), nullptr);
+  Bytes huge = good;
+  huge[2] = huge[3] = huge[4] = huge[5] = 0xFF;
+  EXPECT_EQ(unpack(huge), nullptr);
+  EXPECT_EQ(unpack(Bytes(good.begin(), good.end() - 1)), nullptr);
+}
+
+TEST(ItemStream, BytesAfterTheEnvelopeAreIgnored) {
+  Bytes stream = toBytes(packItem(CItemStringA("s", "value")));
+  stream.insert(stream.end(), {'j', 'u', 'n', 'k'});
+  auto item = unpack(stream);
+  ASSERT_NE(item, nullptr);
+  EXPECT_EQ(dynamic_cast<CItemStringA&>(*item).getValue(), "value");
+}
+
+TEST(ItemStream, FlippingAnyContentByteFailsTheCrc) {
+  CItemVector root("root");
+  auto child = std::make_unique<CItemStringW>("pun", u"anna");
+  root.addItem(std::move(child));
+  root.addItem(std::make_unique<CItemULong>("psi", 1));
+  const Bytes good = toBytes(packItem(root));
+  for (std::size_t i = 6; i < good.size() - 6; ++i) {
+    for (std::uint8_t mask : {0x01, 0x80}) {
+      Bytes bad = good;
+      bad[i] ^= mask;
+      EXPECT_EQ(unpack(bad), nullptr) << "byte " << i;
+    }
+  }
+}
+
+TEST(ItemStream, StringWithoutTerminatorInsideItsBytesIsRejected) {
+  Bytes content;
+  putHeader(content, 1, "s");
+  putU32(content, 3);
+  content.insert(content.end(), {'a', 'b', 'c', 0});  // the zero lies just outside N
+  EXPECT_EQ(unpack(envelope(content)), nullptr);
+}
+
+TEST(ItemStream, EarlyTerminatorGivesTheShorterStringAndSkipsAllNBytes) {
+  Bytes content;
+  putHeader(content, 6, "v");
+  putU32(content, 2);
+  putHeader(content, 1, "s");
+  putU32(content, 5);
+  content.insert(content.end(), {'a', 'b', 0, 'x', 'y'});
+  putHeader(content, 3, "after");
+  putU32(content, 42);
+  auto root = unpack(envelope(content));
+  ASSERT_NE(root, nullptr);
+  auto& vector = dynamic_cast<CItemVector&>(*root);
+  ASSERT_EQ(vector.count(), 2u);
+  EXPECT_EQ(vector.getItemAs<CItemStringA>("s")->getValue(), "ab");
+  EXPECT_EQ(vector.getItemAs<CItemULong>("after")->getValue(), 42u);
+}
+
+TEST(ItemStream, WideStringTerminatorRules) {
+  Bytes content;
+  putHeader(content, 2, "w");
+  putU32(content, 4);
+  content.insert(content.end(), {'a', 0, 'b', 0});  // two characters, no zero character
+  EXPECT_EQ(unpack(envelope(content)), nullptr);
+
+  Bytes odd;
+  putHeader(odd, 2, "w");
+  putU32(odd, 3);
+  odd.insert(odd.end(), {'a', 0, 0});  // the zero character would straddle the end of N
+  EXPECT_EQ(unpack(envelope(odd)), nullptr);
+
+  Bytes early;
+  putHeader(early, 2, "w");
+  putU32(early, 6);
+  early.insert(early.end(), {'a', 0, 0, 0, 'z', 0});
+  auto item = unpack(envelope(early));
+  ASSERT_NE(item, nullptr);
+  EXPECT_EQ(dynamic_cast<CItemStringW&>(*item).getValue(), u"a");
+}
+
+TEST(ItemStream, NameEndsAtItsFirstZeroByte) {
+  Bytes content;
+  content.push_back(3);
+  putU32(content, 6);
+  content.insert(content.end(), {'a', 'b', 0, 'c', 'd', 0});
+  putU32(content, 7);
+  auto item = unpack(envelope(content));
+  ASSERT_NE(item, nullptr);
+  EXPECT_EQ(item->getName(), "ab");
+  EXPECT_EQ(dynamic_cast<CItemULong&>(*item).getValue(), 7u);
+}
+
+TEST(ItemStream, BooleanIsTrueOnlyForOne) {
+  for (std::uint8_t byte : {0, 1, 2, 0xFF}) {
+    Bytes content;
+    putHeader(content, 7, "b");
+    content.push_back(byte);
+    auto item = unpack(envelope(content));
+    ASSERT_NE(item, nullptr);
+    EXPECT_EQ(dynamic_cast<CItemBoolean&>(*item).getValue(), byte == 1) << int(byte);
+  }
+}
+
+TEST(ItemStream, EmptyBufferIsNotAFailure) {
+  Bytes content;
+  putHeader(content, 5, "b");
+  putU32(content, 0);
+  auto item = unpack(envelope(content));
+  ASSERT_NE(item, nullptr);
+  auto& buffer = dynamic_cast<CItemBuffer&>(*item);
+  EXPECT_EQ(buffer.getLength(), 0u);
+  EXPECT_EQ(buffer.getData(), nullptr);
+}
+
+TEST(ItemStream, TruncatedValuesAndUnknownTagsAreRejected) {
+  auto single = [](std::uint8_t tag, const Bytes& value) {
+    Bytes content;
+    putHeader(content, tag, "n");
+    content.insert(content.end(), value.begin(), value.end());
+    return unpack(envelope(content));
+  };
+  EXPECT_EQ(single(3, {1, 2, 3}), nullptr);
+  EXPECT_EQ(single(4, {1, 2, 3, 4, 5, 6, 7}), nullptr);
+  EXPECT_EQ(single(5, {5, 0, 0, 0, 1, 2}), nullptr);
+  EXPECT_EQ(single(6, {1, 0}), nullptr);
+  EXPECT_EQ(single(7, {}), nullptr);
+  EXPECT_EQ(single(8, {}), nullptr);
+  EXPECT_NE(single(0, {}), nullptr);
+  // A name length pointing past the content.
+  Bytes content{3, 0xF0, 0, 0, 0, 'n', 0, 1, 0, 0, 0};
+  EXPECT_EQ(unpack(envelope(content)), nullptr);
+}
+
+TEST(ItemStream, VectorKeepsTheChildrenThatParse) {
+  Bytes content;
+  putHeader(content, 6, "v");
+  putU32(content, 3);
+  putHeader(content, 3, "first");
+  putU32(content, 1);
+  putHeader(content, 9, "bad");  // unknown tag: dropped, nothing consumed
+  putHeader(content, 3, "third");
+  putU32(content, 3);
+  auto root = unpack(envelope(content));
+  ASSERT_NE(root, nullptr);
+  auto& vector = dynamic_cast<CItemVector&>(*root);
+  // The failed second attempt left the cursor on "bad", so the third attempt fails too.
+  ASSERT_EQ(vector.count(), 1u);
+  EXPECT_EQ(vector.at(0)->getName(), "first");
+
+  Bytes consumed;
+  putHeader(consumed, 6, "v");
+  putU32(consumed, 3);
+  putHeader(consumed, 3, "first");
+  putU32(consumed, 1);
+  putHeader(consumed, 1, "bad");  // header consumed, value fails: no terminator inside N = 1
+  putU32(consumed, 1);
+  consumed.push_back('x');
+  putHeader(consumed, 3, "third");
+  putU32(consumed, 3);
+  root = unpack(envelope(consumed));
+  ASSERT_NE(root, nullptr);
+  auto& second = dynamic_cast<CItemVector&>(*root);
+  ASSERT_EQ(second.count(), 1u) << "the attempt after the failure starts inside the bad value";
+  EXPECT_EQ(second.at(0)->getName(), "first");
+}
+
+TEST(ItemStream, VectorDropsAMalformedSecondOfThreeChildren) {
+  Bytes content;
+  putHeader(content, 6, "v");
+  putU32(content, 3);
+  putHeader(content, 1, "one");
+  putU32(content, 2);
+  content.insert(content.end(), {'1', 0});
+  putHeader(content, 1, "two");  // a string item cut off after its header
+  putHeader(content, 3, "three");
+  putU32(content, 3);
+  // "two" reads the next header's first bytes as its length, fails, and leaves the cursor there,
+  // so the third attempt parses "three".
+  auto root = unpack(envelope(content));
+  ASSERT_NE(root, nullptr);
+  auto& vector = dynamic_cast<CItemVector&>(*root);
+  ASSERT_EQ(vector.count(), 2u);
+  EXPECT_EQ(vector.getItemAs<CItemStringA>("one")->getValue(), "1");
+  EXPECT_EQ(vector.getItem("two"), nullptr);
+  EXPECT_EQ(vector.getItemAs<CItemULong>("three")->getValue(), 3u);
+}
+
+TEST(ItemStream, HugeChildCountDoesNotSpin) {
+  Bytes content;
+  putHeader(content, 6, "v");
+  putU32(content, 0xFFFFFFFF);
+  auto root = unpack(envelope(content));
+  ASSERT_NE(root, nullptr);
+  EXPECT_EQ(dynamic_cast<CItemVector&>(*root).count(), 0u);
+}
+
+TEST(ItemStream, NestingBeyondTheLimitIsDroppedNotFollowed) {
+  Bytes content;
+  const int levels = kMaxItemNesting + 10;
+  for (int i = 0; i < levels; ++i) {
+    putHeader(content, 6, "n");
+    putU32(content, 1);
+  }
+  auto root = unpack(envelope(content));
+  ASSERT_NE(root, nullptr);
+  int depth = 1;
+  for (auto* vector = dynamic_cast<CItemVector*>(root.get()); vector->count() > 0; ++depth) {
+    vector = dynamic_cast<CItemVector*>(vector->at(0));
+    ASSERT_NE(vector, nullptr);
+  }
+  EXPECT_EQ(depth, kMaxItemNesting);
+}
+
+TEST(ItemVector, FirstChildOfAGivenNameWins) {
+  CItemVector vector("v");
+  vector.addItem(std::make_unique<CItemULong>("same", 1));
+  vector.addItem(std::make_unique<CItemULong>("same", 2));
+  vector.addItem(std::make_unique<CItemStringA>("text", "t"));
+  EXPECT_EQ(vector.getItemAs<CItemULong>("same")->getValue(), 1u);
+  EXPECT_EQ(vector.getItem("sam"), nullptr);
+  EXPECT_EQ(vector.getItem("samex"), nullptr);
+  EXPECT_EQ(vector.getItem("Same"), nullptr);
+  EXPECT_EQ(vector.getItemAs<CItemULong>("text"), nullptr) << "wrong kind counts as missing";
+  EXPECT_EQ(CItemVector("empty").getItem(""), nullptr);
+  EXPECT_EQ(vector.getItem("same")->getParent(), &vector);
+}
+
+// Counts destructions, to check what a vector destroys.
+class TracedItem : public CItem {
+ public:
+  TracedItem(std::string name, int& destroyed) : CItem(std::move(name)), destroyed_(destroyed) {}
+  ~TracedItem() override { ++destroyed_; }
+
+ private:
+  int& destroyed_;
+};
+
+TEST(ItemVector, DestroysOwnedChildrenOnly) {
+  int destroyed = 0;
+  TracedItem survivor("kept", destroyed);
+  {
+    CItemVector vector("v");
+    vector.addItem(&survivor, false);
+    vector.addItem(new TracedItem("owned", destroyed), true);
+    vector.addItem(std::make_unique<TracedItem>("owned2", destroyed));
+  }
+  EXPECT_EQ(destroyed, 2);
+  EXPECT_EQ(survivor.getName(), "kept");
+}
+
+TEST(ItemBuffer, OwnedDataIsReplacedAndCallerDataLeftAlone) {
+  std::uint8_t callerData[] = {1, 2, 3};
+  {
+    CItemBuffer borrowed("b", callerData, 3, false);
+    EXPECT_FALSE(borrowed.isOwned());
+    auto owned = CItemBuffer::copyOf("c", callerData, 3);
+    EXPECT_TRUE(owned->isOwned());
+    EXPECT_NE(owned->getData(), callerData);
+    owned->setData(new std::uint8_t[2]{9, 9}, 2, true);  // the first copy is wiped and freed
+    EXPECT_EQ(owned->getLength(), 2u);
+  }
+  EXPECT_EQ(callerData[0], 1);
+  EXPECT_EQ(callerData[2], 3);
+  // A parsed buffer always owns its data.
+  auto parsed = unpack(toBytes(packItem(CItemBuffer("p", callerData, 3, false))));
+  ASSERT_NE(parsed, nullptr);
+  auto& buffer = dynamic_cast<CItemBuffer&>(*parsed);
+  EXPECT_TRUE(buffer.isOwned());
+  EXPECT_EQ(Bytes(buffer.getData(), buffer.getData() + 3), (Bytes{1, 2, 3}));
+}
+
+TEST(ItemStream, CloneIsADeepCopyOfVectorsOnly) {
+  std::uint8_t data[] = {7, 8};
+  CItemVector root("root");
+  CItemBuffer buffer("b", data, 2, false);
+  root.addItem(&buffer, false);
+  auto copy = cloneItem(&root);
+  ASSERT_NE(copy, nullptr);
+  auto* copied = copy->getItemAs<CItemBuffer>("b");
+  ASSERT_NE(copied, nullptr);
+  EXPECT_NE(copied->getData(), data);
+  EXPECT_TRUE(copied->isOwned());
+  EXPECT_EQ(cloneItem(nullptr), nullptr);
+  CItemULong notAVector("n", 1);
+  EXPECT_EQ(cloneItem(&notAVector), nullptr);
+}
+
+}  // namespace
+}  // namespace lm2::items
