@@ -3,7 +3,8 @@
 # wineserver, and a cleanup fixture that ends it. Every Windows program started by CTest goes
 # through scripts/wine-prefix.sh, which also makes sure the prefix is up, so test discovery and
 # single test runs work without the fixture too. On Windows itself the programs run directly.
-set(LM2_TEST_MANIFEST_RC ${PROJECT_SOURCE_DIR}/tests/common/test-program.rc)
+# The manifest every Windows program carries (supported-OS ids), as a resource script.
+set(LM2_PROGRAM_MANIFEST_RC ${PROJECT_SOURCE_DIR}/cmake/windows-program.rc)
 set(LM2_UNDER_WINE ${CMAKE_CROSSCOMPILING})
 
 if(LM2_UNDER_WINE)
@@ -47,8 +48,8 @@ function(lm2_add_wine_gtest name)
     if(n GREATER 1)
       list(GET parts 1 version)
     endif()
-    add_executable(${exe} ${LM2_TEST_MANIFEST_RC})
-    target_include_directories(${exe} PRIVATE ${PROJECT_SOURCE_DIR}/tests/common)
+    add_executable(${exe} ${LM2_PROGRAM_MANIFEST_RC})
+    target_include_directories(${exe} PRIVATE ${PROJECT_SOURCE_DIR}/tests/common ${PROJECT_SOURCE_DIR}/cmake)
     target_link_libraries(${exe} PRIVATE ${name}_objects GTest::gmock_main)
     if(MSVC)
       target_link_options(${exe} PRIVATE /MANIFEST:NO)  # the .rc carries the manifest

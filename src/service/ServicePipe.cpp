@@ -1,0 +1,106 @@
+#include "service/ServicePipe.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "logging/LogScope.h"
+#include "service/SessionServiceStarter.h"
+
+namespace lm2::service {
+namespace {
+
+logging::Category& log() { return logging::getCategory(logging::categories::kTokenEngineAbstractionLayer); }
+
+unsigned long long hex(ExtendedResult code) { return static_cast<unsigned long long>(code); }
+
+// Grows `buffer` to `size` bytes, keeping its content (the old block is wiped when released).
+bool grow(SecureBuffer& buffer, std::size_t size) {
+  SecureBuffer larger;
+  if (!larger.allocate(size)) return false;
+  if (!buffer.empty()) std::memcpy(larger.data(), buffer.data(), buffer.size());
+  buffer = std::move(larger);
+  return true;
+}
+
+}  // namespace
+
+ExtendedResult OpenServicePipe(const wchar_t* name, UniqueHandle& pipe) {
+  logging::LogScope scope(log(), "OpenServicePipe");
+  logging::debug(log(), "OpenServicePipe called with name %S", name);
+
+  ExtendedResult code = result::success();
+  for (int attempt = 0; attempt < kPipeOpenAttempts; ++attempt) {
+    pipe.reset(::CreateFileW(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    if (pipe) {
+      code = result::success();
+      break;
+    }
+    const DWORD error = ::GetLastError();
+    code = result::fromWin32(error);
+    if (error == ERROR_FILE_NOT_FOUND) {
+      logging::debug(log(), "session service pipe not found - starting service (0x%016llx)", hex(code));
+      startSessionService();
+    }
+    ::Sleep(kPipeOpenPauseMs);
+  }
+  if (!pipe) {
+    logging::error(log(), "failed to to open pipe (0x%016llx)", hex(code));
+    return code;
+  }
+
+  DWORD mode = PIPE_READMODE_MESSAGE;
+  if (!::SetNamedPipeHandleState(pipe.get(), &mode, nullptr, nullptr)) {
+    code = result::fromWin32(::GetLastError());
+    logging::error(log(), "failed to call SetNamedPipeHandleState (0x%016llx)", hex(code));
+    pipe.reset();
+    return code;
+  }
+  return result::success();
+}
+
+ExtendedResult CloseServicePipe(UniqueHandle& pipe) {
+  pipe.reset();
+  return result::success();
+}
+
+ExtendedResult transactServicePipe(HANDLE pipe, const std::uint8_t* request, DWORD length, SecureBuffer& reply) {
+  logging::LogScope scope(log(), "transactServicePipe");
+  reply.reset();
+
+  DWORD written = 0;
+  if (!::WriteFile(pipe, request, length, &written, nullptr) || written != length) {
+    const DWORD error = ::GetLastError();
+    const ExtendedResult code = result::fromWin32(error != ERROR_SUCCESS ? error : ERROR_WRITE_FAULT);
+    logging::error(log(), "failed to write data to session service (0x%016llx)", hex(code));
+    return code;
+  }
+
+  // The reply is expected to be the echo of the request: start with its size, double as needed.
+  if (!grow(reply, std::max<DWORD>(length, 1))) return result::allocationFailure();
+  std::size_t received = 0;
+  for (;;) {
+    DWORD read = 0;
+    const DWORD room = static_cast<DWORD>(reply.size() - received);
+    if (::ReadFile(pipe, reply.data() + received, room, &read, nullptr)) {
+      received += read;
+      break;
+    }
+    const DWORD error = ::GetLastError();
+    if (error != ERROR_MORE_DATA) {
+      const ExtendedResult code = result::fromWin32(error);
+      logging::error(log(), "failed to read data from session service (0x%016llx)", hex(code));
+      reply.reset();
+      return code;
+    }
+    received += read;
+    if (!grow(reply, reply.size() * 2)) {
+      reply.reset();
+      return result::allocationFailure();
+    }
+  }
+  reply.setSize(received);
+  return result::success();
+}
+
+}  // namespace lm2::service

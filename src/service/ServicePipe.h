@@ -1,0 +1,31 @@
+#pragma once
+// The client end of the session service's named pipe: one request and one reply per connection,
+// each a packed item tree.
+
+#include <windows.h>
+
+#include <cstdint>
+
+#include "common/SecureBuffer.h"
+#include "logging/ExtendedResult.h"
+#include "platform/UniqueResource.h"
+
+namespace lm2::service {
+
+inline constexpr wchar_t kSessionServiceName[] = L"LM2SessionManagementService";
+inline constexpr wchar_t kSessionServicePipe[] = L"\\\\.\\pipe\\{B41E7C25-93A6-4F1D-8E57-0C29D6A8F314}";
+inline constexpr int kPipeOpenAttempts = 100;
+inline constexpr DWORD kPipeOpenPauseMs = 100;
+
+// Opens the pipe for reading and writing in message read mode. While the pipe does not exist the
+// service is started (it may have been stopped or not yet started at boot); every failed attempt
+// pauses 100 ms, up to 100 attempts.
+ExtendedResult OpenServicePipe(const wchar_t* name, UniqueHandle& pipe);
+
+// Closes the pipe; always succeeds.
+ExtendedResult CloseServicePipe(UniqueHandle& pipe);
+
+// Writes `request` in one message and reads the whole reply message, however long it is.
+ExtendedResult transactServicePipe(HANDLE pipe, const std::uint8_t* request, DWORD length, SecureBuffer& reply);
+
+}  // namespace lm2::service

@@ -1,0 +1,50 @@
+#pragma once
+// Collects this process's debugger output (OutputDebugStringA) while it exists, the way a
+// debug-output viewer does: through the DBWIN_BUFFER shared memory and its two events. Used to
+// check the exact trace texts of code that logs through the debugger-output backend.
+//
+// There is one such buffer per session: tests that use it hold the CTest resource lock
+// "lm2-debug-output". Output of other processes is acknowledged and dropped.
+
+#include <windows.h>
+
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/UniqueResource.h"
+
+namespace lm2::test {
+
+class DebugOutputCapture {
+ public:
+  DebugOutputCapture();
+  ~DebugOutputCapture();
+  DebugOutputCapture(const DebugOutputCapture&) = delete;
+  DebugOutputCapture& operator=(const DebugOutputCapture&) = delete;
+
+  // Every record so far, without its trailing line break.
+  std::vector<std::string> lines() const;
+  // How many records contain `text`.
+  std::size_t count(const std::string& text) const;
+  bool contains(const std::string& text) const { return count(text) > 0; }
+
+ private:
+  void run();
+
+  UniqueHandle bufferReady_;
+  UniqueHandle dataReady_;
+  UniqueHandle mapping_;
+  UniqueHandle stop_;
+  const char* view_ = nullptr;
+  mutable std::mutex lock_;
+  std::vector<std::string> lines_;
+  std::thread reader_;
+};
+
+// Switches the trace on for this process (a readable file is all the debugger-output backend
+// needs) and removes the file again.
+void enableTrace();
+
+}  // namespace lm2::test

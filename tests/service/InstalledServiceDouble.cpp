@@ -1,0 +1,79 @@
+#include "InstalledServiceDouble.h"
+
+#include <gtest/gtest.h>
+
+#include "service/ServicePipe.h"
+
+namespace lm2::test {
+namespace {
+
+struct ScHandle {
+  SC_HANDLE handle;
+  explicit ScHandle(SC_HANDLE h) : handle(h) {}
+  ~ScHandle() {
+    if (handle) ::CloseServiceHandle(handle);
+  }
+  explicit operator bool() const { return handle != nullptr; }
+};
+
+DWORD queryState(SC_HANDLE service) {
+  SERVICE_STATUS_PROCESS status = {};
+  DWORD needed = 0;
+  if (!::QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof status,
+                              &needed)) {
+    return 0;
+  }
+  return status.dwCurrentState;
+}
+
+void stopAndDelete(SC_HANDLE service) {
+  SERVICE_STATUS status = {};
+  ::ControlService(service, SERVICE_CONTROL_STOP, &status);
+  for (int i = 0; i < 100 && queryState(service) != SERVICE_STOPPED; ++i) ::Sleep(50);
+  ::DeleteService(service);
+}
+
+}  // namespace
+
+std::wstring programDirectory() {
+  wchar_t path[MAX_PATH];
+  const DWORD length = ::GetModuleFileNameW(nullptr, path, MAX_PATH);
+  std::wstring directory(path, length);
+  return directory.substr(0, directory.find_last_of(L'\\'));
+}
+
+void InstalledServiceDouble::removeExisting() {
+  ScHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+  ASSERT_TRUE(manager) << ::GetLastError();
+  ScHandle service(::OpenServiceW(manager.handle, service::kSessionServiceName, SERVICE_ALL_ACCESS));
+  if (service) stopAndDelete(service.handle);
+}
+
+InstalledServiceDouble::InstalledServiceDouble(const std::wstring& arguments) { install(arguments); }
+
+void InstalledServiceDouble::install(const std::wstring& arguments) {
+  removeExisting();
+  ScHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+  ASSERT_TRUE(manager) << ::GetLastError();
+  const std::wstring command =
+      L"\"" + programDirectory() + L"\\session_service_double.exe\"" + (arguments.empty() ? L"" : L" " + arguments);
+  ScHandle service(::CreateServiceW(manager.handle, service::kSessionServiceName, L"LM2 session service (double)",
+                                    SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START,
+                                    SERVICE_ERROR_NORMAL, command.c_str(), nullptr, nullptr, nullptr, nullptr,
+                                    nullptr));
+  ASSERT_TRUE(service) << "CreateServiceW failed with " << ::GetLastError();
+  installed_ = true;
+}
+
+InstalledServiceDouble::~InstalledServiceDouble() {
+  if (installed_) removeExisting();
+}
+
+DWORD InstalledServiceDouble::state() const {
+  ScHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+  ScHandle service(manager ? ::OpenServiceW(manager.handle, service::kSessionServiceName, SERVICE_QUERY_STATUS)
+                           : nullptr);
+  return service ? queryState(service.handle) : 0;
+}
+
+}  // namespace lm2::test

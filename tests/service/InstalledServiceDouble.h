@@ -1,0 +1,34 @@
+#pragma once
+// Installs the session service double as LM2SessionManagementService for the lifetime of the
+// object (stopped; the code under test starts it), and stops and removes it afterwards.
+
+#include <windows.h>
+
+#include <string>
+
+namespace lm2::test {
+
+class InstalledServiceDouble {
+ public:
+  // `arguments` are appended to the double's command line, e.g. L"--fault=change-byte".
+  explicit InstalledServiceDouble(const std::wstring& arguments = L"");
+  ~InstalledServiceDouble();
+  InstalledServiceDouble(const InstalledServiceDouble&) = delete;
+  InstalledServiceDouble& operator=(const InstalledServiceDouble&) = delete;
+
+  bool installed() const { return installed_; }
+  DWORD state() const;
+
+  // Stops and deletes any service of that name left behind by an earlier run.
+  static void removeExisting();
+
+ private:
+  void install(const std::wstring& arguments);
+
+  bool installed_ = false;
+};
+
+// Beside the test program: where the build puts every Windows program.
+std::wstring programDirectory();
+
+}  // namespace lm2::test

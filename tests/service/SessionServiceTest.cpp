@@ -1,0 +1,185 @@
+// The session service link against the real service control manager and real named pipes, with
+// the service double installed, started and removed by the tests themselves.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+#include "DebugOutputCapture.h"
+#include "InstalledServiceDouble.h"
+#include "logging/ExtendedResult.h"
+#include "service/ServicePipe.h"
+#include "service/SessionServiceStarter.h"
+#include "service/TokenAuthenticationNotice.h"
+
+namespace lm2::service {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+class SessionServiceTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    result::setComponentId(result::kModuleComponentId);
+    test::enableTrace();
+    test::InstalledServiceDouble::removeExisting();
+    record_.tokenIdentification = {0x4C, 0x4D, 0x32, 0x00, 0xFF, 0x10};
+    record_.userName = L"W\u00fcrth\\anna";
+    record_.secondText = "second field";
+  }
+  void TearDown() override { test::InstalledServiceDouble::removeExisting(); }
+
+  std::wstring recordFile() const { return test::programDirectory() + L"\\service-request.bin"; }
+
+  static Bytes readFile(const std::wstring& path) {
+    std::ifstream in(path.c_str(), std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
+
+  test::DebugOutputCapture trace_;
+  TokenLogonRecord record_;
+};
+
+// The request for `record_` as the stream format lays it out, written out by hand.
+Bytes expectedRequest(DWORD sessionId) {
+  Bytes content;
+  auto u32 = [&](std::uint32_t v) {
+    for (int i = 0; i < 4; ++i) content.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
+  };
+  auto header = [&](std::uint8_t tag, const std::string& name) {
+    content.push_back(tag);
+    u32(static_cast<std::uint32_t>(name.size() + 1));
+    content.insert(content.end(), name.begin(), name.end());
+    content.push_back(0);
+  };
+  header(6, "n/a");
+  u32(2);
+  header(3, "ct");
+  u32(4);
+  header(6, "pt");
+  u32(4);
+  header(3, "psi");
+  u32(sessionId);
+  header(5, "ptsi");
+  u32(6);
+  content.insert(content.end(), {0x4C, 0x4D, 0x32, 0x00, 0xFF, 0x10});
+  header(1, "pun");
+  const std::string user = "W\xc3\xbcrth\\anna";  // UTF-8
+  u32(static_cast<std::uint32_t>(user.size() + 1));
+  content.insert(content.end(), user.begin(), user.end());
+  content.push_back(0);
+  header(1, "pus");
+  u32(13);
+  const std::string second = "second field";
+  content.insert(content.end(), second.begin(), second.end());
+  content.push_back(0);
+  return content;
+}
+
+TEST_F(SessionServiceTest, AbsentPipeStartsTheServiceAndTheNoticeSucceeds) {
+  test::InstalledServiceDouble service(L"--record=\"" + recordFile() + L"\"");
+  ASSERT_TRUE(service.installed());
+  ASSERT_EQ(service.state(), static_cast<DWORD>(SERVICE_STOPPED));
+
+  EXPECT_EQ(notifyTokenAuthentification(record_), result::success());
+  EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_RUNNING));
+  EXPECT_TRUE(trace_.contains("session service pipe not found - starting service (0x8010000080070002)"));
+  EXPECT_TRUE(trace_.contains("OpenServicePipe called with name \\\\.\\pipe\\{B41E7C25-93A6-4F1D-8E57-0C29D6A8F314}"));
+  EXPECT_TRUE(trace_.contains("TokenEngineAbstractionLayer::notifyTokenAuthentification [START]"));
+  EXPECT_TRUE(trace_.contains("TokenEngineAbstractionLayer::notifyTokenAuthentification [END]"));
+
+  // What went over the pipe is exactly the packed tree, in its child order.
+  DWORD sessionId = 0;
+  ASSERT_TRUE(::ProcessIdToSessionId(::GetCurrentProcessId(), &sessionId));
+  const Bytes content = expectedRequest(sessionId);
+  const Bytes sent = readFile(recordFile());
+  ASSERT_EQ(sent.size(), content.size() + 12);
+  EXPECT_EQ(Bytes(sent.begin() + 6, sent.end() - 6), content);
+  const SecureBuffer built = buildTokenAuthenticationRequest(sessionId, record_);
+  EXPECT_EQ(Bytes(built.data(), built.data() + built.size()), sent);
+  ::DeleteFileW(recordFile().c_str());
+}
+
+TEST_F(SessionServiceTest, PipeThatNeverAppearsFailsAfterAHundredAttempts) {
+  // No service installed: every attempt fails with "not found" and tries to start it.
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(notifyTokenAuthentification(record_), 0x8010000080070002ull);
+  const auto elapsed = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(elapsed, std::chrono::milliseconds(100 * 100 - 500));
+  EXPECT_EQ(trace_.count("session service pipe not found - starting service (0x8010000080070002)"), 100u);
+  EXPECT_TRUE(trace_.contains("failed to to open pipe (0x8010000080070002)"));
+  EXPECT_TRUE(trace_.contains("failed to open pipe to service (0x8010000080070002)"));
+}
+
+TEST_F(SessionServiceTest, OneChangedByteInTheEchoIsRejected) {
+  test::InstalledServiceDouble service(L"--fault=change-byte");
+  ASSERT_TRUE(startSessionService());
+  EXPECT_EQ(notifyTokenAuthentification(record_), kInvalidServiceReply);
+  EXPECT_TRUE(trace_.contains("invalid data received from session service (0xe0000001e010000b"));
+  EXPECT_FALSE(trace_.contains("(0xe0000001e010000b)")) << "the text has no closing parenthesis";
+  EXPECT_FALSE(trace_.contains("invalid data length"));
+}
+
+TEST_F(SessionServiceTest, LongerReplyIsReadWhollyAndRejectedForItsLength) {
+  test::InstalledServiceDouble service(L"--fault=longer");
+  ASSERT_TRUE(startSessionService());
+
+  UniqueHandle pipe;
+  ASSERT_EQ(OpenServicePipe(kSessionServicePipe, pipe), result::success());
+  const SecureBuffer request = buildTokenAuthenticationRequest(1, record_);
+  SecureBuffer reply;
+  ASSERT_EQ(transactServicePipe(pipe.get(), request.data(), static_cast<DWORD>(request.size()), reply),
+            result::success());
+  // Three echoes and five more bytes: the reply buffer had to double twice.
+  ASSERT_EQ(reply.size(), 3 * request.size() + 5);
+  EXPECT_EQ(std::memcmp(reply.data() + 2 * request.size(), request.data(), request.size()), 0);
+  EXPECT_EQ(std::memcmp(reply.data() + 3 * request.size(), "long!", 5), 0);
+  CloseServicePipe(pipe);
+
+  EXPECT_EQ(notifyTokenAuthentification(record_), kInvalidServiceReply);
+  EXPECT_TRUE(trace_.contains("invalid data length received from session service (0xe0000001e010000b)"));
+}
+
+TEST_F(SessionServiceTest, HangingUpWithoutAReplyIsAReadFailure) {
+  test::InstalledServiceDouble service(L"--fault=close");
+  ASSERT_TRUE(startSessionService());
+  const ExtendedResult code = notifyTokenAuthentification(record_);
+  EXPECT_TRUE(result::failed(code));
+  EXPECT_NE(code, kInvalidServiceReply);
+  EXPECT_EQ(result::high(code), 0x80100000u);
+  EXPECT_TRUE(trace_.contains("failed to read data from session service (0x"));
+  EXPECT_TRUE(trace_.contains("failed to send data to service (0x"));
+}
+
+TEST_F(SessionServiceTest, SlowReplyIsWaitedFor) {
+  test::InstalledServiceDouble service(L"--fault=delay --delay-ms=1500");
+  ASSERT_TRUE(startSessionService());
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(notifyTokenAuthentification(record_), result::success());
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1400));
+}
+
+TEST_F(SessionServiceTest, ServiceThatFailsToStartIsReported) {
+  test::InstalledServiceDouble service(L"--fault=fail-start");
+  EXPECT_FALSE(startSessionService());
+  EXPECT_NE(service.state(), static_cast<DWORD>(SERVICE_RUNNING));
+}
+
+TEST_F(SessionServiceTest, StartingAServiceThatIsNotInstalledFails) { EXPECT_FALSE(startSessionService()); }
+
+TEST_F(SessionServiceTest, ServiceStopsCleanlyOnRequest) {
+  test::InstalledServiceDouble service;
+  ASSERT_TRUE(startSessionService());
+  ASSERT_EQ(service.state(), static_cast<DWORD>(SERVICE_RUNNING));
+  test::InstalledServiceDouble::removeExisting();  // SERVICE_CONTROL_STOP, then delete
+  EXPECT_EQ(service.state(), 0u) << "stopped and removed";
+  UniqueHandle pipe(::CreateFileW(kSessionServicePipe, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                  0, nullptr));
+  EXPECT_FALSE(pipe) << "the pipe went away with the service";
+}
+
+}  // namespace
+}  // namespace lm2::service

@@ -1,0 +1,28 @@
+#pragma once
+// Command line of the session service double:
+//
+//   session_service_double.exe [--console] [--fault=MODE] [--delay-ms=N] [--record=FILE]
+//
+// MODE: echo (default), change-byte (one byte of the reply differs), longer (the reply is three
+// times the request plus 5 bytes), close (hang up without replying), delay (reply after N ms,
+// default 2000), fail-start (the service stops at once with an error, the pipe never appears).
+// --record writes each request received to FILE. --console serves in the console instead of
+// under the service control manager (which is also the fallback when not started as a service).
+
+#include <string>
+
+namespace lm2::tools {
+
+enum class Fault { kEcho, kChangeByte, kLonger, kClose, kDelay, kFailStart };
+
+struct DoubleOptions {
+  bool console = false;
+  Fault fault = Fault::kEcho;
+  unsigned delayMs = 2000;
+  std::wstring recordFile;
+
+  // False (with `error` set) for an unknown argument.
+  bool parse(int argc, wchar_t** argv, std::wstring& error);
+};
+
+}  // namespace lm2::tools
