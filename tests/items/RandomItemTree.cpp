@@ -65,38 +65,27 @@ std::unique_ptr<CItem> randomTree(std::mt19937& random, int maxDepth) {
   return root;
 }
 
+template <class Kind>
+bool sameValue(const CItem& a, const CItem& b) {
+  return static_cast<const Kind&>(a).getValue() == static_cast<const Kind&>(b).getValue();
+}
+
 std::string compareTrees(const CItem& expected, const CItem& actual) {
   const std::string where = "'" + expected.getName() + "'";
   if (expected.getName() != actual.getName()) return where + ": name " + actual.getName();
   if (expected.getType() != actual.getType()) return where + ": type";
+  bool same = true;
   switch (expected.getType()) {
-    case kItemStringA:
-      if (static_cast<const CItemStringA&>(expected).getValue() != static_cast<const CItemStringA&>(actual).getValue())
-        return where + ": value";
-      break;
-    case kItemStringW:
-      if (static_cast<const CItemStringW&>(expected).getValue() != static_cast<const CItemStringW&>(actual).getValue())
-        return where + ": value";
-      break;
-    case kItemULong:
-      if (static_cast<const CItemULong&>(expected).getValue() != static_cast<const CItemULong&>(actual).getValue())
-        return where + ": value";
-      break;
-    case kItemULongLong:
-      if (static_cast<const CItemULongLong&>(expected).getValue() !=
-          static_cast<const CItemULongLong&>(actual).getValue())
-        return where + ": value";
-      break;
-    case kItemBoolean:
-      if (static_cast<const CItemBoolean&>(expected).getValue() != static_cast<const CItemBoolean&>(actual).getValue())
-        return where + ": value";
-      break;
+    case kItemStringA: same = sameValue<CItemStringA>(expected, actual); break;
+    case kItemStringW: same = sameValue<CItemStringW>(expected, actual); break;
+    case kItemULong: same = sameValue<CItemULong>(expected, actual); break;
+    case kItemULongLong: same = sameValue<CItemULongLong>(expected, actual); break;
+    case kItemBoolean: same = sameValue<CItemBoolean>(expected, actual); break;
     case kItemBuffer: {
       const auto& a = static_cast<const CItemBuffer&>(expected);
       const auto& b = static_cast<const CItemBuffer&>(actual);
-      if (a.getLength() != b.getLength() ||
-          (a.getLength() > 0 && std::memcmp(a.getData(), b.getData(), a.getLength()) != 0))
-        return where + ": bytes";
+      same = a.getLength() == b.getLength() &&
+             (a.getLength() == 0 || std::memcmp(a.getData(), b.getData(), a.getLength()) == 0);
       break;
     }
     case kItemVector: {
@@ -112,7 +101,7 @@ std::string compareTrees(const CItem& expected, const CItem& actual) {
     default:
       break;
   }
-  return "";
+  return same ? "" : where + ": value";
 }
 
 }  // namespace lm2::items::test
