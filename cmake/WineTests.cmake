@@ -21,6 +21,7 @@ endif()
 
 # lm2_add_wine_gtest(NAME SOURCES … [LIBRARIES …] [WINDOWS_VERSIONS win7 win10 …]
 #                    [RESOURCE_LOCK lock])
+# RESOURCE_LOCK takes one name: a list would be flattened into the discovered tests' properties.
 # Builds a GoogleTest program for Windows and registers each of its tests as one CTest entry.
 # With WINDOWS_VERSIONS the same tests are linked once per version under the program name
 # NAME_<version>.exe; Wine reports that version to the program (AppDefaults), and the program finds
@@ -59,6 +60,10 @@ function(lm2_add_wine_gtest name)
       list(APPEND props FIXTURES_REQUIRED wine)
     endif()
     if(ARG_RESOURCE_LOCK)
+      list(LENGTH ARG_RESOURCE_LOCK lock_count)
+      if(lock_count GREATER 1)
+        message(FATAL_ERROR "${name}: give one RESOURCE_LOCK name")
+      endif()
       list(APPEND props RESOURCE_LOCK ${ARG_RESOURCE_LOCK})
     endif()
     if(version)

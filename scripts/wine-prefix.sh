@@ -46,6 +46,11 @@ start() {
   # CTest would wait for them until the test times out.
   if wineserver -p </dev/null >>"$log" 2>&1; then
     WINEDEBUG=-all wineboot </dev/null >>"$log" 2>&1
+    # The desktop process likewise: the build puts a program beside the prefix that keeps one
+    # desktop client alive until the server ends (see tests/common/DesktopAnchor.cpp).
+    if [ -f "$home/desktop-anchor.exe" ]; then
+      WINEDEBUG=-all setsid wine "$home/desktop-anchor.exe" </dev/null >>"$log" 2>&1 9>&- &
+    fi
   fi
   local reg
   for reg in "$home"/*.reg; do

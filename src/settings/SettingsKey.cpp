@@ -57,6 +57,15 @@ std::wstring SettingsKey::readString(const wchar_t* name, const std::wstring& de
   return std::wstring(reinterpret_cast<const wchar_t*>(data.data()), stringLength(data));
 }
 
+ExtendedResult SettingsKey::tryReadString(const wchar_t* name, std::wstring& value) const {
+  value.clear();
+  SecureBuffer data;
+  DWORD size = 0;
+  const ExtendedResult code = readRaw(name, RRF_RT_REG_SZ, data, size);
+  if (result::succeeded(code)) value.assign(reinterpret_cast<const wchar_t*>(data.data()), stringLength(data));
+  return code;
+}
+
 void SettingsKey::readSecretString(const wchar_t* name, std::wstring& value) const {
   secureWipe(value);
   SecureBuffer data;
@@ -100,15 +109,19 @@ std::vector<std::wstring> SettingsKey::readList(const wchar_t* name) const {
 
 std::vector<std::wstring> SettingsKey::enumerateSubkeys() const {
   std::vector<std::wstring> subkeys;
+  enumerateSubkeys(subkeys);
+  return subkeys;
+}
+
+ExtendedResult SettingsKey::enumerateSubkeys(std::vector<std::wstring>& subkeys) const {
+  subkeys.clear();
   UniqueHkey key;
-  if (::RegOpenKeyExW(root_, path_.c_str(), 0, KEY_READ | extraAccess_, key.put()) != ERROR_SUCCESS) {
-    return subkeys;
-  }
+  LSTATUS status = ::RegOpenKeyExW(root_, path_.c_str(), 0, KEY_READ | extraAccess_, key.put());
+  if (status != ERROR_SUCCESS) return result::fromWin32(static_cast<std::uint32_t>(status));
   DWORD count = 0;
-  if (::RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr,
-                         nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
-    return subkeys;
-  }
+  status = ::RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr,
+                              nullptr, nullptr, nullptr);
+  if (status != ERROR_SUCCESS) return result::fromWin32(static_cast<std::uint32_t>(status));
   for (DWORD index = 0; index < count; ++index) {
     wchar_t name[255];
     DWORD nameChars = 255;  // reset before every call: RegEnumKeyExW overwrites it
@@ -118,7 +131,7 @@ std::vector<std::wstring> SettingsKey::enumerateSubkeys() const {
     }
     subkeys.push_back(path_ + L"\\" + std::wstring(name, nameChars));
   }
-  return subkeys;
+  return result::success();
 }
 
 }  // namespace lm2::settings

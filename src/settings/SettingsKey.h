@@ -23,6 +23,9 @@ class SettingsKey {
 
   // REG_SZ up to its first NUL, or `defaultValue` when the value cannot be read as REG_SZ.
   std::wstring readString(const wchar_t* name, const std::wstring& defaultValue) const;
+  // REG_SZ up to its first NUL into `value`, with the result of the read (`value` is emptied on
+  // failure).
+  ExtendedResult tryReadString(const wchar_t* name, std::wstring& value) const;
   // As readString, into a string the caller wipes (for secrets such as passwords).
   void readSecretString(const wchar_t* name, std::wstring& value) const;
 
@@ -36,6 +39,9 @@ class SettingsKey {
 
   // "path\name" for each subkey, in the registry's order; stops at the first error.
   std::vector<std::wstring> enumerateSubkeys() const;
+  // The same, with the result of opening and querying the key (a failed enumeration step only ends
+  // the list).
+  ExtendedResult enumerateSubkeys(std::vector<std::wstring>& subkeys) const;
 
   const std::wstring& path() const noexcept { return path_; }
 
