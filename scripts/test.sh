@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh || exit 1
 
 status=0
-for preset in native windows; do
+for preset in native native-tsan windows; do
   echo
   echo "=== $preset: configure, build, test ==="
   if cmake --preset "$preset" && cmake --build --preset "$preset"; then

@@ -1,0 +1,54 @@
+#include "tokenengine/ThreadPool.h"
+
+#include <stdexcept>
+
+namespace lm2 {
+
+ThreadPool::ThreadPool() {
+  m_workers.reserve(kWorkers);
+  for (std::size_t i = 0; i < kWorkers; ++i) m_workers.emplace_back([this] { work(); });
+}
+
+ThreadPool::~ThreadPool() {
+  stop();
+  // A worker still joinable when the thread list is destroyed would end the process.
+  for (std::thread& worker : m_workers) {
+    if (worker.joinable()) worker.join();
+  }
+}
+
+void ThreadPool::stop() {
+  {
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_stopped = true;
+  }
+  m_wake.notify_all();
+}
+
+std::future<void> ThreadPool::enqueue(std::function<void()> task) {
+  std::packaged_task<void()> packaged(std::move(task));
+  std::future<void> done = packaged.get_future();
+  {
+    std::lock_guard<std::mutex> guard(m_lock);
+    if (m_stopped) throw std::runtime_error("enqueue task on stopped thread pool");
+    m_tasks.push_back(std::move(packaged));
+  }
+  m_wake.notify_one();
+  return done;
+}
+
+void ThreadPool::work() {
+  for (;;) {
+    std::packaged_task<void()> task;
+    {
+      std::unique_lock<std::mutex> guard(m_lock);
+      m_wake.wait(guard, [this] { return m_stopped || !m_tasks.empty(); });
+      if (m_stopped) return;  // queued tasks are not started once the pool stops
+      task = std::move(m_tasks.front());
+      m_tasks.pop_front();
+    }
+    task();  // an exception of the task goes into its future
+  }
+}
+
+}  // namespace lm2

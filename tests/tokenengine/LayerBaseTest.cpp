@@ -1,0 +1,218 @@
+// The layer base: the process-wide instance and its reference count, operations on the pool of
+// five, and no completion once the layer is going away.
+#include "tokenengine/TokenEngineAbstractionLayer.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <thread>
+
+#include "DebugOutputCapture.h"
+#include "InstalledServiceDouble.h"
+#include "service/TokenAuthenticationNotice.h"
+
+namespace lm2 {
+namespace {
+
+using namespace std::chrono_literals;
+
+// A layer whose token list operation blocks until the test releases it; the other operations
+// are not used here.
+class ScriptedLayer final : public TokenEngineAbstractionLayer {
+ public:
+  explicit ScriptedLayer(bool* destroyed = nullptr) : destroyed_(destroyed) {}
+  ~ScriptedLayer() override {
+    stopPool();
+    if (destroyed_) *destroyed_ = true;
+  }
+
+  void InitializeAsync(Context) override {}
+  void GetTokenListAsync(Context context) override {
+    queueOperation("ScriptedLayer::GetTokenListAsync", std::move(context), [this] {
+      std::unique_lock<std::mutex> guard(lock_);
+      ++running_;
+      changed_.notify_all();
+      changed_.wait(guard, [this] { return released_ > 0; });
+      --released_;
+      return std::make_unique<AsyncResultGetTokenList>(result::success(), std::vector<Token>{});
+    });
+  }
+  void ListUsersOnTokenAsync(Context context, const Token&) override {
+    queueOperation("ScriptedLayer::ListUsersOnTokenAsync", std::move(context),
+                   []() -> std::unique_ptr<AsyncResult> { throw std::runtime_error("engine exploded"); });
+  }
+  void GetPasswordForUserAsync(Context, const User&) override {}
+  void GetTokenCapabilitiesAsync(Context, const Token&) override {}
+  void CheckPINAsync(Context, const User&, const std::wstring&) override {}
+  void CheckPINAsync(Context, const Token&, const std::wstring&) override {}
+  void AskPINAsync(Context, const User&) override {}
+  void ChangePasswordOfUserAsync(Context, const User&, const std::wstring&) override {}
+  void InitializeTokenAsync(Context, const Token&, const std::wstring&, const std::wstring&, bool) override {}
+  void ChangePINAsync(Context, const Token&, const std::wstring&, const std::wstring&) override {}
+  void CreateCredentialAsync(Context, const Token&, const std::wstring&, const std::wstring&) override {}
+
+  void beginShutdown() { stopPool(); }
+  bool waitForRunning(int count) {
+    std::unique_lock<std::mutex> guard(lock_);
+    return changed_.wait_for(guard, 5s, [&] { return running_ >= count; });
+  }
+  int running() {
+    std::lock_guard<std::mutex> guard(lock_);
+    return running_;
+  }
+  void release(int count) {
+    std::lock_guard<std::mutex> guard(lock_);
+    released_ += count;
+    changed_.notify_all();
+  }
+
+ private:
+  bool* destroyed_;
+  std::mutex lock_;
+  std::condition_variable changed_;
+  int running_ = 0;
+  int released_ = 0;
+};
+
+// Counts completions and remembers the thread and result of the last one.
+struct Completions {
+  std::mutex lock;
+  std::condition_variable changed;
+  int count = 0;
+  std::thread::id thread;
+  ExtendedResult code = 0;
+
+  std::shared_ptr<CtxData> context() {
+    return std::make_shared<CtxTokenEngine>([this](CtxData& done) {
+      std::lock_guard<std::mutex> guard(lock);
+      ++count;
+      thread = std::this_thread::get_id();
+      code = done.getResult() ? done.getResult()->getResultCode() : 0;
+      changed.notify_all();
+    });
+  }
+  bool waitFor(int expected, std::chrono::milliseconds timeout = 5000ms) {
+    std::unique_lock<std::mutex> guard(lock);
+    return changed.wait_for(guard, timeout, [&] { return count >= expected; });
+  }
+};
+
+class LayerBaseTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    result::setComponentId(result::kModuleComponentId);
+    test::enableTrace();
+  }
+  void TearDown() override { g_pTokenEngine = nullptr; }
+
+  test::DebugOutputCapture trace_;
+};
+
+TEST_F(LayerBaseTest, LastReleaseUnpublishesAndDestroysTheLayer) {
+  bool destroyed = false;
+  auto* layer = new ScriptedLayer(&destroyed);
+  g_pTokenEngine = layer;
+  EXPECT_EQ(layer->AddRef(), 2);
+  EXPECT_TRUE(trace_.contains("reference count of TokenEngineAbstractionLayer is 2"));
+  EXPECT_EQ(layer->Release(), 1);
+  EXPECT_FALSE(destroyed);
+  EXPECT_EQ(g_pTokenEngine.load(), layer);
+  EXPECT_EQ(layer->Release(), 0);
+  EXPECT_TRUE(destroyed);
+  EXPECT_EQ(g_pTokenEngine.load(), nullptr);
+  EXPECT_TRUE(trace_.contains("reference count of TokenEngineAbstractionLayer is 0"));
+  EXPECT_TRUE(trace_.contains("destruct thread pool is necessary"));
+  EXPECT_FALSE(trace_.contains("g_pTokenEngine was not me"));
+}
+
+TEST_F(LayerBaseTest, ReleasingALayerNoLongerPublishedLeavesTheGlobalAlone) {
+  bool destroyed = false;
+  auto* old = new ScriptedLayer(&destroyed);
+  ScriptedLayer current;
+  g_pTokenEngine = &current;
+  EXPECT_EQ(old->Release(), 0);
+  EXPECT_TRUE(destroyed);
+  EXPECT_EQ(g_pTokenEngine.load(), &current);
+  EXPECT_TRUE(trace_.contains("g_pTokenEngine was not me"));
+}
+
+TEST_F(LayerBaseTest, CompletionRunsOnAWorkerWithTheResult) {
+  ScriptedLayer layer;
+  Completions completions;
+  layer.GetTokenListAsync(completions.context());
+  layer.release(1);
+  ASSERT_TRUE(completions.waitFor(1));
+  EXPECT_NE(completions.thread, std::this_thread::get_id());
+  EXPECT_EQ(completions.code, result::success());
+  EXPECT_TRUE(trace_.contains("ScriptedLayer::GetTokenListAsync [START]"));
+}
+
+TEST_F(LayerBaseTest, SixthConcurrentOperationWaitsForAFreeWorker) {
+  ScriptedLayer layer;
+  Completions completions;
+  for (int i = 0; i < 6; ++i) layer.GetTokenListAsync(completions.context());
+  ASSERT_TRUE(layer.waitForRunning(5));
+  std::this_thread::sleep_for(200ms);
+  EXPECT_EQ(layer.running(), 5);
+  layer.release(1);
+  ASSERT_TRUE(layer.waitForRunning(6));
+  layer.release(5);
+  EXPECT_TRUE(completions.waitFor(6));
+}
+
+TEST_F(LayerBaseTest, NothingCompletesOnceShutdownHasBegun) {
+  Completions completions;
+  {
+    ScriptedLayer layer;
+    for (int i = 0; i < 6; ++i) layer.GetTokenListAsync(completions.context());
+    ASSERT_TRUE(layer.waitForRunning(5));
+    std::thread stopper([&] { layer.beginShutdown(); });  // waits for the five running ones
+    std::this_thread::sleep_for(100ms);
+    layer.GetTokenListAsync(completions.context());  // requested while stopping: dropped
+    layer.release(6);
+    stopper.join();
+    EXPECT_EQ(completions.count, 5) << "the queued sixth and the late seventh never start";
+  }
+  std::this_thread::sleep_for(100ms);
+  EXPECT_EQ(completions.count, 5);
+}
+
+TEST_F(LayerBaseTest, FailingOperationStillCompletes) {
+  ScriptedLayer layer;
+  Completions completions;
+  const std::uint8_t id[] = {1};
+  layer.ListUsersOnTokenAsync(completions.context(), Token(id, 1));
+  ASSERT_TRUE(completions.waitFor(1));
+  EXPECT_EQ(completions.code, 0x801000008000FFFFull);  // E_UNEXPECTED
+}
+
+TEST_F(LayerBaseTest, TokenLogonNoticeReachesTheSessionService) {
+  test::InstalledServiceDouble echo;
+  ScriptedLayer layer;
+  Completions completions;
+  const std::uint8_t id[] = {0x4C, 0x4D};
+  const Token token(id, sizeof id);
+  const User user(L"Administrators", &token);  // any account: the service only echoes
+  layer.NotifyTokenAuthentificationAsync(completions.context(), user);
+  ASSERT_TRUE(completions.waitFor(1, 30000ms));
+  EXPECT_EQ(completions.code, result::success());
+  EXPECT_TRUE(trace_.contains("TokenEngineAbstractionLayer::NotifyTokenAuthentificationAsync [START]"));
+
+  const service::TokenLogonRecord record = TokenEngineAbstractionLayer::logonRecordOf(user);
+  EXPECT_EQ(record.tokenIdentification, (std::vector<std::uint8_t>{0x4C, 0x4D}));
+  EXPECT_EQ(record.userName, L"Administrators");
+  EXPECT_EQ(record.secondText, "S-1-5-32-544");
+}
+
+TEST_F(LayerBaseTest, TokenLogonNoticeCompletesWithTheEchoCheck) {
+  test::InstalledServiceDouble wrongEcho(L"--fault=change-byte");
+  ScriptedLayer layer;
+  Completions completions;
+  layer.NotifyTokenAuthentificationAsync(completions.context(), User(L"Administrators"));
+  ASSERT_TRUE(completions.waitFor(1, 30000ms));
+  EXPECT_EQ(completions.code, service::kInvalidServiceReply);
+}
+
+}  // namespace
+}  // namespace lm2
