@@ -11,6 +11,7 @@ packages=(
   googletest                            # GoogleTest/GoogleMock sources for both builds
   liblog4cpp5-dev                       # trace logging backend of the native build
   openssl osslsigncode                  # throw-away code signing of the virtual token engine
+  nlohmann-json3-dev                    # description files of the virtual token engine
   locales                               # de_DE.UTF-8 for the German runs
 )
 

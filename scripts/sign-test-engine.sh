@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# Signs the virtual token engine for the tests with keys made for this build only (never
+# committed), and writes the variants the signature check must refuse:
+#
+#   sign-test-engine.sh OUT_DIR ENGINE_DLL OBJDUMP
+#
+#   VestaAccessLibrary.signed.dll     signed by a code-signing leaf of the test root
+#   VestaAccessLibrary.unsigned.dll   no signature
+#   VestaAccessLibrary.tampered.dll   signed, then one byte of .text changed
+#   VestaAccessLibrary.untrusted.dll  signed under a root the prefix does not trust
+#   VestaAccessLibrary.expired.dll    signed by a leaf whose validity ended in 2021
+#   test-root.cer                     the test root (DER), trusted in the test prefix
+set -euo pipefail
+out=$1
+engine=$(cd "$(dirname "$2")" && pwd)/$(basename "$2")
+objdump=$3
+mkdir -p "$out"
+cd "$out"
+rm -f index.txt* serial* ./*.pem
+
+make_root() {  # name, subject
+  openssl req -x509 -newkey rsa:2048 -nodes -sha256 -days 3650 -keyout "$1.key" -out "$1.crt" \
+    -subj "/CN=$2" -addext "basicConstraints=critical,CA:TRUE" \
+    -addext "keyUsage=critical,keyCertSign,cRLSign" 2>/dev/null
+}
+make_root root "LM2 Test Root"
+make_root stranger "LM2 Untrusted Root"
+
+cat > ca.cnf <<'CNF'
+[ ca ]
+default_ca = test_ca
+[ test_ca ]
+database = index.txt
+new_certs_dir = .
+serial = serial
+default_md = sha256
+policy = any_name
+unique_subject = no
+copy_extensions = none
+[ any_name ]
+commonName = supplied
+[ code_signing ]
+basicConstraints = CA:FALSE
+keyUsage = critical,digitalSignature
+extendedKeyUsage = codeSigning
+CNF
+
+make_leaf() {  # name, issuer, subject, start, end
+  : > index.txt
+  echo 01 > serial
+  openssl req -newkey rsa:2048 -nodes -keyout "$1.key" -out "$1.csr" -subj "/CN=$3" 2>/dev/null
+  openssl ca -batch -config ca.cnf -cert "$2.crt" -keyfile "$2.key" -in "$1.csr" -out "$1.crt" \
+    -startdate "$4" -enddate "$5" -extensions code_signing -notext 2>/dev/null
+}
+now=$(date -u +%Y%m%d000000Z)
+later=$(date -u -d '+2 years' +%Y%m%d000000Z)
+make_leaf signer root "LM2 Test Code Signing" "$now" "$later"
+make_leaf stranger-signer stranger "LM2 Untrusted Code Signing" "$now" "$later"
+make_leaf expired-signer root "LM2 Expired Code Signing" 20200101000000Z 20210101000000Z
+
+sign() {  # leaf, output
+  rm -f "$2"
+  osslsigncode sign -certs "$1.crt" -key "$1.key" -h sha256 -in "$engine" -out "$2" >/dev/null
+}
+sign signer VestaAccessLibrary.signed.dll
+sign stranger-signer VestaAccessLibrary.untrusted.dll
+sign expired-signer VestaAccessLibrary.expired.dll
+cp "$engine" VestaAccessLibrary.unsigned.dll
+
+# One byte in the middle of the code section: the hash over the image no longer matches.
+cp VestaAccessLibrary.signed.dll VestaAccessLibrary.tampered.dll
+read -r text_size text_offset < <("$objdump" -h VestaAccessLibrary.signed.dll |
+  awk '$2 == ".text" { print $3, $6 }')
+position=$(( 0x$text_offset + 0x$text_size / 2 ))
+byte=$(od -An -tu1 -j "$position" -N1 VestaAccessLibrary.tampered.dll | tr -d ' ')
+printf "$(printf '\\%03o' $(( (byte + 1) % 256 )))" |
+  dd of=VestaAccessLibrary.tampered.dll bs=1 seek="$position" conv=notrunc status=none
+
+openssl x509 -in root.crt -outform DER -out test-root.cer

@@ -1,0 +1,501 @@
+// A token engine facade library over virtual tokens: the VALInitialize interface of the real
+// engine, with tokens from a description file, tasks completed on the engine's own thread through
+// the result-available callback, and a control interface for tests (VirtualTokenEngine.h).
+#include "VirtualTokenEngine.h"
+
+#include <windows.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <sstream>
+#include <thread>
+
+#include "TokenStore.h"
+#include "items/ItemBuffer.h"
+#include "items/ItemStream.h"
+#include "items/ItemValues.h"
+#include "tokenengine/FacadeInterface.h"
+
+using namespace lm2;
+using namespace lm2::items;
+using namespace lm2::vte;
+namespace facade = lm2::facade;
+
+namespace {
+
+constexpr VAL_RESULT kSuccess = 0x2000000020100000ull;
+constexpr VAL_RESULT kBadCall = 0xC0100000C0100010ull;
+constexpr VAL_RESULT kNoSuchTask = 0xC0100000C0100011ull;
+
+// Builds the "resp" vector of one task and returns its result code.
+using Work = std::function<VAL_RESULT(CItemVector& response)>;
+
+struct Task {
+  VAL_TASK_ID id = 0;
+  std::uint32_t function = 0;
+  Work work;                       // a task
+  std::function<void()> event;     // or a token event
+};
+
+class Engine {
+ public:
+  TokenStore store;
+
+  VAL_RESULT initialize(ValInitBlock* block) {
+    std::lock_guard<std::mutex> guard(m_lock);
+    if (m_running) return kBadCall;
+    m_block = *block;
+    m_running = true;
+    m_worker = std::thread([this] { run(); });
+    return kSuccess;
+  }
+
+  void unload() {
+    {
+      std::lock_guard<std::mutex> guard(m_lock);
+      if (!m_running) return;
+      m_running = false;
+    }
+    m_wake.notify_all();
+    if (m_worker.joinable()) m_worker.join();
+    std::lock_guard<std::mutex> guard(m_resultsLock);
+    m_results.clear();
+  }
+
+  VAL_RESULT start(std::uint32_t function, Work work, VAL_TASK_ID* task) {
+    if (task == nullptr) return kBadCall;
+    std::lock_guard<std::mutex> guard(m_lock);
+    if (!m_running) return kBadCall;
+    if (auto refused = m_failStart.find(function); refused != m_failStart.end()) {
+      const VAL_RESULT code = refused->second;
+      m_failStart.erase(refused);
+      return code;
+    }
+    *task = ++m_lastTask;
+    m_queue.push_back(Task{*task, function, std::move(work), nullptr});
+    m_wake.notify_one();
+    return kSuccess;
+  }
+
+  void postEvent(std::function<void()> event) {
+    std::lock_guard<std::mutex> guard(m_lock);
+    if (!m_running) return;
+    m_queue.push_back(Task{0, 0, nullptr, std::move(event)});
+    m_wake.notify_one();
+  }
+
+  VAL_RESULT result(VAL_TASK_ID task, const std::uint8_t** stream, std::uint32_t* length) {
+    std::lock_guard<std::mutex> guard(m_resultsLock);
+    auto found = m_results.find(task);
+    if (found == m_results.end() || stream == nullptr || length == nullptr) return kNoSuchTask;
+    *stream = found->second.data();
+    *length = static_cast<std::uint32_t>(found->second.size());
+    return kSuccess;
+  }
+
+  void release(VAL_TASK_ID task) {
+    std::lock_guard<std::mutex> guard(m_resultsLock);
+    auto found = m_results.find(task);
+    if (found != m_results.end()) {
+      std::fill(found->second.begin(), found->second.end(), 0);
+      m_results.erase(found);
+    }
+  }
+
+  const ValInitBlock& block() const { return m_block; }
+
+  void failNext(std::uint32_t function, VAL_RESULT code) {
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_failTask[function] = code;
+  }
+  void failNextStart(std::uint32_t function, VAL_RESULT code) {
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_failStart[function] = code;
+  }
+  void delay(std::uint32_t ms) { m_delayMs = ms; }
+  void malformNext(std::uint32_t how) { m_malform = how; }
+
+ private:
+  void run() {
+    for (;;) {
+      Task task;
+      {
+        std::unique_lock<std::mutex> guard(m_lock);
+        m_wake.wait(guard, [this] { return !m_running || !m_queue.empty(); });
+        if (!m_running) return;
+        task = std::move(m_queue.front());
+        m_queue.pop_front();
+      }
+      if (task.event) {
+        task.event();
+        continue;
+      }
+      if (const std::uint32_t ms = m_delayMs.load()) ::Sleep(ms);
+      finish(task);
+    }
+  }
+
+  void finish(Task& task) {
+    CItemVector response(facade::kResultResponse);
+    VAL_RESULT code = task.work(response);
+    {
+      std::lock_guard<std::mutex> guard(m_lock);
+      if (auto forced = m_failTask.find(task.function); forced != m_failTask.end()) {
+        code = forced->second;
+        m_failTask.erase(forced);
+      }
+    }
+    const std::uint32_t malform = m_malform.exchange(0);
+    CItemVector root(malform == 1 ? "result" : facade::kResultRoot);
+    CItemULongLong id(facade::kResultTaskId, task.id);
+    CItemULong function(facade::kResultFunction, task.function);
+    CItemULongLong te(facade::kResultCode, code);
+    root.addItem(&id, false);
+    if (malform != 2) root.addItem(&function, false);
+    root.addItem(&te, false);
+    root.addItem(&response, false);
+    SecureBuffer stream = packItem(root);
+    if (malform == 3) stream.data()[stream.size() / 2] ^= 0xFF;
+    {
+      std::lock_guard<std::mutex> guard(m_resultsLock);
+      m_results[task.id].assign(stream.data(), stream.data() + stream.size());
+    }
+    if (m_block.reportResults && m_block.resultAvailable) m_block.resultAvailable(m_block.callbackContext, task.id);
+  }
+
+  std::mutex m_lock;
+  std::condition_variable m_wake;
+  std::deque<Task> m_queue;
+  bool m_running = false;
+  std::thread m_worker;
+  ValInitBlock m_block = {};
+  VAL_TASK_ID m_lastTask = 0;
+  std::map<std::uint32_t, VAL_RESULT> m_failTask;
+  std::map<std::uint32_t, VAL_RESULT> m_failStart;
+  std::atomic<std::uint32_t> m_delayMs{0};
+  std::atomic<std::uint32_t> m_malform{0};
+  std::mutex m_resultsLock;
+  std::map<VAL_TASK_ID, std::vector<std::uint8_t>> m_results;
+};
+
+Engine& engine() {
+  static Engine* const instance = new Engine();  // outlives every thread that may still call in
+  return *instance;
+}
+
+std::vector<std::uint8_t> tokenId(const std::uint8_t* token, std::uint32_t length) {
+  return token ? std::vector<std::uint8_t>(token, token + length) : std::vector<std::uint8_t>{};
+}
+
+// Runs `body` on the token named by `id`, under the store's lock; kTokenNotPresent when absent.
+VAL_RESULT onToken(const std::vector<std::uint8_t>& id, const std::function<VAL_RESULT(VirtualToken&)>& body) {
+  std::lock_guard<std::mutex> guard(engine().store.lock());
+  VirtualToken* token = engine().store.find(id.data(), static_cast<std::uint32_t>(id.size()));
+  return token ? body(*token) : facade::kTokenNotPresent;
+}
+
+VirtualObject* findObject(VirtualToken& token, VAL_OBJECT handle) {
+  for (auto& object : token.objects) {
+    if (object.handle == handle) return &object;
+  }
+  return nullptr;
+}
+
+VAL_RESULT checkPinOf(VirtualToken& token, const std::string& pin) {
+  if (token.retriesLeft <= 0) return facade::kPinLocked;
+  if ((token.nullPin && pin.empty()) || pin == token.pin) {
+    token.retriesLeft = token.retries;
+    return kSuccess;
+  }
+  return --token.retriesLeft <= 0 ? facade::kPinLocked : facade::kWrongPin;
+}
+
+void addBoolean(CItemVector& vector, const char* name, bool value) {
+  auto item = std::make_unique<CItemBoolean>(name);
+  item->setValue(value);
+  vector.addItem(std::move(item));
+}
+
+VAL_RESULT VAL_CALL getTokenList(VAL_TASK_ID* task) {
+  return engine().start(kValTaskGetTokenList, [](CItemVector& response) {
+    auto list = std::make_unique<CItemVector>(facade::kTokenList);
+    std::lock_guard<std::mutex> guard(engine().store.lock());
+    for (const auto& token : engine().store.tokens()) {
+      if (token.inserted) list->addItem(CItemBuffer::copyOf("t", token.id.data(), static_cast<std::uint32_t>(token.id.size())));
+    }
+    response.addItem(std::move(list));
+    return kSuccess;
+  }, task);
+}
+
+VAL_RESULT VAL_CALL getTokenCapabilities(const std::uint8_t* t, std::uint32_t n, VAL_TASK_ID* task) {
+  return engine().start(kValTaskGetTokenCapabilities, [id = tokenId(t, n)](CItemVector& response) {
+    return onToken(id, [&](VirtualToken& token) {
+      auto root = std::make_unique<CItemVector>(facade::kTokenCapabilityRoot);
+      addBoolean(*root, "tcii", token.initialized);
+      addBoolean(*root, "tccbi", token.canInitialize);
+      addBoolean(*root, "tcinpu", token.nullPin);
+      addBoolean(*root, "tcic2", token.pinPad);
+      addBoolean(*root, "tcinpp", token.nullPinPossible);
+      root->addItem(std::make_unique<CItemStringA>("tcl", token.label));
+      response.addItem(std::move(root));
+      return kSuccess;
+    });
+  }, task);
+}
+
+VAL_RESULT VAL_CALL checkPin(const std::uint8_t* t, std::uint32_t n, const char* pin, VAL_TASK_ID* task) {
+  return engine().start(kValTaskCheckPin, [id = tokenId(t, n), pin = std::string(pin ? pin : "")](CItemVector&) {
+    return onToken(id, [&](VirtualToken& token) { return checkPinOf(token, pin); });
+  }, task);
+}
+
+VAL_RESULT VAL_CALL askPin(const std::uint8_t* t, std::uint32_t n, VAL_TASK_ID* task) {
+  return engine().start(kValTaskAskPin, [id = tokenId(t, n)](CItemVector&) {
+    unsigned delayMs = 0;
+    bool confirms = false;
+    const VAL_RESULT code = onToken(id, [&](VirtualToken& token) {
+      delayMs = token.pinPadDelayMs;
+      confirms = token.pinPadConfirms;
+      return token.pinPad ? kSuccess : facade::kNotSupported;
+    });
+    if (code != kSuccess) return code;
+    ::Sleep(delayMs);  // the user types on the pad
+    return confirms ? kSuccess : facade::kPinPadCancelled;
+  }, task);
+}
+
+VAL_RESULT VAL_CALL findObjects(const std::uint8_t* t, std::uint32_t n, const std::uint8_t* query,
+                                std::uint32_t queryLength, VAL_TASK_ID* task) {
+  std::shared_ptr<CItem> parsed(unpackItem(query, queryLength));
+  auto* filter = dynamic_cast<CItemVector*>(parsed.get());
+  if (filter == nullptr) return kBadCall;
+  return engine().start(kValTaskFindObjects, [id = tokenId(t, n), parsed](CItemVector& response) {
+    auto& q = static_cast<CItemVector&>(*parsed);
+    const auto* kind = q.getItemAs<CItemULong>(facade::kQueryKind);
+    const auto* label = q.getItemAs<CItemStringA>(facade::kQueryLabel);
+    const auto* link = q.getItemAs<CItemStringA>(facade::kQueryLink);
+    return onToken(id, [&](VirtualToken& token) {
+      auto list = std::make_unique<CItemVector>(facade::kObjectList);
+      for (const auto& object : token.objects) {
+        if ((kind && kind->getValue() != object.kind) || (label && label->getValue() != object.label) ||
+            (link && link->getValue() != object.link)) {
+          continue;
+        }
+        list->addItem(std::make_unique<CItemULongLong>(facade::kObject, object.handle));
+      }
+      response.addItem(std::move(list));
+      return kSuccess;
+    });
+  }, task);
+}
+
+VAL_RESULT VAL_CALL getObjectInfo(const std::uint8_t* t, std::uint32_t n, VAL_OBJECT handle, VAL_TASK_ID* task) {
+  return engine().start(kValTaskGetObjectInfo, [id = tokenId(t, n), handle](CItemVector& response) {
+    return onToken(id, [&](VirtualToken& token) {
+      VirtualObject* object = findObject(token, handle);
+      if (!object) return facade::kObjectNotFound;
+      auto info = std::make_unique<CItemVector>(facade::kObjectInfo);
+      info->addItem(std::make_unique<CItemStringA>(facade::kInfoApplication, object->link));
+      info->addItem(std::make_unique<CItemStringA>(facade::kInfoLabel, object->label));
+      info->addItem(std::make_unique<CItemULong>(facade::kInfoAttributes, object->kind));
+      info->addItem(std::make_unique<CItemULong>(facade::kInfoSize, static_cast<std::uint32_t>(object->data.size())));
+      response.addItem(std::move(info));
+      return kSuccess;
+    });
+  }, task);
+}
+
+VAL_RESULT VAL_CALL readObject(const std::uint8_t* t, std::uint32_t n, VAL_OBJECT handle, VAL_TASK_ID* task) {
+  return engine().start(kValTaskReadObject, [id = tokenId(t, n), handle](CItemVector& response) {
+    return onToken(id, [&](VirtualToken& token) {
+      VirtualObject* object = findObject(token, handle);
+      if (!object) return facade::kObjectNotFound;
+      response.addItem(CItemBuffer::copyOf(facade::kObjectData, object->data.data(),
+                                           static_cast<std::uint32_t>(object->data.size())));
+      return kSuccess;
+    });
+  }, task);
+}
+
+VAL_RESULT VAL_CALL writeObject(const std::uint8_t* t, std::uint32_t n, VAL_OBJECT handle, const std::uint8_t* data,
+                                std::uint32_t length, VAL_TASK_ID* task) {
+  std::vector<std::uint8_t> content = data ? std::vector<std::uint8_t>(data, data + length) : std::vector<std::uint8_t>{};
+  return engine().start(kValTaskWriteObject, [id = tokenId(t, n), handle, content](CItemVector&) {
+    return onToken(id, [&](VirtualToken& token) {
+      VirtualObject* object = findObject(token, handle);
+      if (!object) return facade::kObjectNotFound;
+      object->data = content;
+      return kSuccess;
+    });
+  }, task);
+}
+
+VAL_RESULT VAL_CALL createObject(const std::uint8_t* t, std::uint32_t n, const std::uint8_t* descriptor,
+                                 std::uint32_t length, VAL_TASK_ID* task) {
+  std::shared_ptr<CItem> parsed(unpackItem(descriptor, length));
+  if (dynamic_cast<CItemVector*>(parsed.get()) == nullptr) return kBadCall;
+  return engine().start(kValTaskCreateObject, [id = tokenId(t, n), parsed](CItemVector& response) {
+    auto& d = static_cast<CItemVector&>(*parsed);
+    return onToken(id, [&](VirtualToken& token) {
+      VirtualObject object;
+      object.handle = engine().store.nextHandle();
+      if (const auto* kind = d.getItemAs<CItemULong>(facade::kQueryKind)) object.kind = kind->getValue();
+      if (const auto* label = d.getItemAs<CItemStringA>(facade::kQueryLabel)) object.label = label->getValue();
+      if (const auto* link = d.getItemAs<CItemStringA>(facade::kQueryLink)) object.link = link->getValue();
+      if (const auto* flags = d.getItemAs<CItemULong>("flags")) object.flags = flags->getValue();
+      token.objects.push_back(object);
+      response.addItem(std::make_unique<CItemULongLong>(facade::kObject, object.handle));
+      return kSuccess;
+    });
+  }, task);
+}
+
+VAL_RESULT VAL_CALL deleteObject(const std::uint8_t* t, std::uint32_t n, VAL_OBJECT handle, VAL_TASK_ID* task) {
+  return engine().start(kValTaskDeleteObject, [id = tokenId(t, n), handle](CItemVector&) {
+    return onToken(id, [&](VirtualToken& token) {
+      for (auto it = token.objects.begin(); it != token.objects.end(); ++it) {
+        if (it->handle == handle) {
+          token.objects.erase(it);
+          return kSuccess;
+        }
+      }
+      return facade::kObjectNotFound;
+    });
+  }, task);
+}
+
+VAL_RESULT VAL_CALL initializeToken(const std::uint8_t* t, std::uint32_t n, const char* label, const char* pin,
+                                    std::uint8_t withoutPin, VAL_TASK_ID* task) {
+  return engine().start(kValTaskInitializeToken,
+                        [id = tokenId(t, n), label = std::string(label ? label : ""),
+                         pin = std::string(pin ? pin : ""), withoutPin](CItemVector&) {
+                          return onToken(id, [&](VirtualToken& token) {
+                            if (!token.canInitialize) return facade::kNotSupported;
+                            token.initialized = true;
+                            token.label = label;
+                            token.pin = withoutPin ? "" : pin;
+                            token.nullPin = withoutPin != 0;
+                            token.retriesLeft = token.retries;
+                            token.objects.clear();
+                            return kSuccess;
+                          });
+                        },
+                        task);
+}
+
+VAL_RESULT VAL_CALL changePin(const std::uint8_t* t, std::uint32_t n, const char* oldPin, const char* newPin,
+                              VAL_TASK_ID* task) {
+  return engine().start(kValTaskChangePin,
+                        [id = tokenId(t, n), oldPin = std::string(oldPin ? oldPin : ""),
+                         newPin = std::string(newPin ? newPin : "")](CItemVector&) {
+                          return onToken(id, [&](VirtualToken& token) {
+                            const VAL_RESULT code = checkPinOf(token, oldPin);
+                            if (code == kSuccess) token.pin = newPin;
+                            return code;
+                          });
+                        },
+                        task);
+}
+
+VAL_RESULT VAL_CALL getTaskResult(VAL_TASK_ID task, const std::uint8_t** stream, std::uint32_t* length) {
+  return engine().result(task, stream, length);
+}
+
+void VAL_CALL releaseTaskResult(VAL_TASK_ID task) { engine().release(task); }
+
+void VAL_CALL unload() { engine().unload(); }
+
+const ValFunctionTable kFunctions = {
+    sizeof(ValFunctionTable), getTokenList, getTokenCapabilities, checkPin, askPin, findObjects, getObjectInfo,
+    readObject, writeObject, createObject, deleteObject, initializeToken, changePin, getTaskResult,
+    releaseTaskResult, unload,
+};
+
+// The description named by LM2_VIRTUAL_TOKENS, or by the registry value DescriptionFile under
+// HKLM\SOFTWARE\Corvana\Lumenar2\VirtualTokenEngine; none: no tokens.
+void loadConfiguredDescription() {
+  wchar_t path[MAX_PATH] = {};
+  if (!::GetEnvironmentVariableW(L"LM2_VIRTUAL_TOKENS", path, MAX_PATH)) {
+    DWORD size = sizeof path;
+    if (::RegGetValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Corvana\\Lumenar2\\VirtualTokenEngine", L"DescriptionFile",
+                       RRF_RT_REG_SZ, nullptr, path, &size) != ERROR_SUCCESS) {
+      return;
+    }
+  }
+  std::ifstream file(path);
+  if (!file) return;
+  std::stringstream text;
+  text << file.rdbuf();
+  try {
+    engine().store.load(text.str());
+  } catch (const std::exception&) {
+    // A broken description leaves the engine without tokens, as if none were connected.
+  }
+}
+
+void reportToken(bool added, const std::vector<std::uint8_t>& id) {
+  engine().postEvent([added, id] {
+    const ValInitBlock& block = engine().block();
+    if (!block.reportTokenEvents) return;
+    const ValTokenEvent event = added ? block.tokenAdded : block.tokenRemoved;
+    if (event) event(block.callbackContext, id.data(), static_cast<std::uint32_t>(id.size()));
+  });
+}
+
+}  // namespace
+
+extern "C" __declspec(dllexport) VAL_RESULT VAL_CALL VALInitialize(ValInitBlock* block, std::uint32_t count) {
+  if (block == nullptr || count != kValBlockCount || block->count != kValBlockCount || block->magic != kValMagic) {
+    return kBadCall;
+  }
+  loadConfiguredDescription();
+  const VAL_RESULT code = engine().initialize(block);
+  if (code == kSuccess) block->functions = &kFunctions;
+  return code;
+}
+
+int VteLoadDescription(const char* json) {
+  try {
+    engine().store.load(json ? json : "{}");
+    return 0;
+  } catch (const std::exception&) {
+    return 1;
+  }
+}
+
+int VteInsertToken(const char* json) {
+  try {
+    reportToken(true, engine().store.insert(json ? json : "{}"));
+    return 0;
+  } catch (const std::exception&) {
+    return 1;
+  }
+}
+
+int VteRemoveToken(const char* hexId) {
+  try {
+    const std::vector<std::uint8_t> id = fromHex(hexId ? hexId : "");
+    if (!engine().store.remove(id)) return 1;
+    reportToken(false, id);
+    return 0;
+  } catch (const std::exception&) {
+    return 1;
+  }
+}
+
+void VteFailNextTask(std::uint32_t function, std::uint64_t code) { engine().failNext(function, code); }
+void VteFailNextTaskStart(std::uint32_t function, std::uint64_t code) { engine().failNextStart(function, code); }
+void VteDelayTasks(std::uint32_t milliseconds) { engine().delay(milliseconds); }
+void VteMalformNextResult(std::uint32_t how) { engine().malformNext(how); }
+
+std::uint32_t VteDescribe(char* buffer, std::uint32_t size) {
+  const std::string text = engine().store.describe();
+  if (buffer && size > text.size()) std::memcpy(buffer, text.c_str(), text.size() + 1);
+  return static_cast<std::uint32_t>(text.size() + 1);
+}
