@@ -9,6 +9,7 @@
 #   VestaAccessLibrary.tampered.dll   signed, then one byte of .text changed
 #   VestaAccessLibrary.untrusted.dll  signed under a root the prefix does not trust
 #   VestaAccessLibrary.expired.dll    signed by a leaf whose validity ended in 2021
+#   VestaAccessLibrary.partial.dll    signed by a leaf whose issuer is nowhere to be found
 #   test-root.cer                     the test root (DER), trusted in the test prefix
 set -euo pipefail
 out=$1
@@ -58,13 +59,17 @@ make_leaf signer root "LM2 Test Code Signing" "$now" "$later"
 make_leaf stranger-signer stranger "LM2 Untrusted Code Signing" "$now" "$later"
 make_leaf expired-signer root "LM2 Expired Code Signing" 20200101000000Z 20210101000000Z
 
-sign() {  # leaf, output
-  rm -f "$2"
-  osslsigncode sign -certs "$1.crt" -key "$1.key" -h sha256 -in "$engine" -out "$2" >/dev/null
+sign() {  # certificates (leaf first), key, output
+  rm -f "$3"
+  osslsigncode sign -certs "$1" -key "$2" -h sha256 -in "$engine" -out "$3" >/dev/null
 }
-sign signer VestaAccessLibrary.signed.dll
-sign stranger-signer VestaAccessLibrary.untrusted.dll
-sign expired-signer VestaAccessLibrary.expired.dll
+# The untrusted signature carries its whole chain up to its (untrusted) root.
+cat stranger-signer.crt stranger.crt > stranger-chain.pem
+sign signer.crt signer.key VestaAccessLibrary.signed.dll
+sign stranger-chain.pem stranger-signer.key VestaAccessLibrary.untrusted.dll
+sign expired-signer.crt expired-signer.key VestaAccessLibrary.expired.dll
+# Only the leaf of the untrusted chain: the chain cannot even be built to a root.
+sign stranger-signer.crt stranger-signer.key VestaAccessLibrary.partial.dll
 cp "$engine" VestaAccessLibrary.unsigned.dll
 
 # One byte in the middle of the code section: the hash over the image no longer matches.

@@ -109,9 +109,9 @@ class Engine {
 
   const ValInitBlock& block() const { return m_block; }
 
-  void failNext(std::uint32_t function, VAL_RESULT code) {
+  void failNext(std::uint32_t function, std::uint32_t skip, VAL_RESULT code) {
     std::lock_guard<std::mutex> guard(m_lock);
-    m_failTask[function] = code;
+    m_failTask[function] = {skip, code};
   }
   void failNextStart(std::uint32_t function, VAL_RESULT code) {
     std::lock_guard<std::mutex> guard(m_lock);
@@ -141,15 +141,23 @@ class Engine {
   }
 
   void finish(Task& task) {
-    CItemVector response(facade::kResultResponse);
-    VAL_RESULT code = task.work(response);
+    // A forced failure fails the task as a whole: its work is not done.
+    bool forced = false;
+    VAL_RESULT code = kSuccess;
     {
       std::lock_guard<std::mutex> guard(m_lock);
-      if (auto forced = m_failTask.find(task.function); forced != m_failTask.end()) {
-        code = forced->second;
-        m_failTask.erase(forced);
+      if (auto fault = m_failTask.find(task.function); fault != m_failTask.end()) {
+        if (fault->second.first > 0) {
+          --fault->second.first;
+        } else {
+          forced = true;
+          code = fault->second.second;
+          m_failTask.erase(fault);
+        }
       }
     }
+    CItemVector response(facade::kResultResponse);
+    if (!forced) code = task.work(response);
     const std::uint32_t malform = m_malform.exchange(0);
     CItemVector root(malform == 1 ? "result" : facade::kResultRoot);
     CItemULongLong id(facade::kResultTaskId, task.id);
@@ -175,7 +183,7 @@ class Engine {
   std::thread m_worker;
   ValInitBlock m_block = {};
   VAL_TASK_ID m_lastTask = 0;
-  std::map<std::uint32_t, VAL_RESULT> m_failTask;
+  std::map<std::uint32_t, std::pair<std::uint32_t, VAL_RESULT>> m_failTask;  // skip, then fail
   std::map<std::uint32_t, VAL_RESULT> m_failStart;
   std::atomic<std::uint32_t> m_delayMs{0};
   std::atomic<std::uint32_t> m_malform{0};
@@ -489,7 +497,10 @@ int VteRemoveToken(const char* hexId) {
   }
 }
 
-void VteFailNextTask(std::uint32_t function, std::uint64_t code) { engine().failNext(function, code); }
+void VteFailNextTask(std::uint32_t function, std::uint64_t code) { engine().failNext(function, 0, code); }
+void VteFailTaskAfter(std::uint32_t function, std::uint32_t skip, std::uint64_t code) {
+  engine().failNext(function, skip, code);
+}
 void VteFailNextTaskStart(std::uint32_t function, std::uint64_t code) { engine().failNextStart(function, code); }
 void VteDelayTasks(std::uint32_t milliseconds) { engine().delay(milliseconds); }
 void VteMalformNextResult(std::uint32_t how) { engine().malformNext(how); }

@@ -14,6 +14,8 @@ __declspec(dllexport) int VteInsertToken(const char* json);
 __declspec(dllexport) int VteRemoveToken(const char* hexId);
 // The next task of `function` (ValTaskFunction) completes with `code` in "te".
 __declspec(dllexport) void VteFailNextTask(std::uint32_t function, std::uint64_t code);
+// The same for the task after `skip` further tasks of `function` have completed normally.
+__declspec(dllexport) void VteFailTaskAfter(std::uint32_t function, std::uint32_t skip, std::uint64_t code);
 // The next start of `function` is refused with `code` (no task).
 __declspec(dllexport) void VteFailNextTaskStart(std::uint32_t function, std::uint64_t code);
 // Every task waits this long before it completes.

@@ -1,0 +1,55 @@
+#include "tokenengine/TokenCapability.h"
+
+#include <windows.h>
+
+#include "items/ItemValues.h"
+#include "logging/TraceLog.h"
+#include "settings/ProviderSettings.h"
+
+namespace lm2 {
+namespace {
+
+bool flag(const items::CItemVector& capabilities, const char* name) {
+  const auto* item = capabilities.getItemAs<items::CItemBoolean>(name);
+  return item != nullptr && item->getValue();
+}
+
+bool fromUtf8(const std::string& text, std::wstring& wide) {
+  wide.clear();
+  if (text.empty()) return true;
+  const int size = ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), static_cast<int>(text.size()),
+                                         nullptr, 0);
+  if (size <= 0) return false;
+  wide.resize(static_cast<std::size_t>(size));
+  return ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), static_cast<int>(text.size()),
+                               wide.data(), size) == size;
+}
+
+}  // namespace
+
+TokenCapability::TokenCapability(const items::CItemVector& capabilities) {
+  logging::Category& log = logging::getCategory(logging::categories::kTokenEngineAbstractionLayer);
+  m_canBeInitialized = flag(capabilities, "tccbi");
+  m_nullPinPossible = flag(capabilities, "tcinpp");
+  m_initialized = flag(capabilities, "tcii");
+  if (!m_initialized) {
+    logging::debug(log, "token is not initialized");
+    return;
+  }
+
+  if (const auto* label = capabilities.getItemAs<items::CItemStringA>("tcl")) {
+    if (!fromUtf8(label->getValue(), m_label)) {
+      logging::error(log, "failed to convert label to wide character string");
+      m_label.clear();
+    }
+  } else {
+    logging::error(log, "failed to fetch token label");
+  }
+
+  m_nullPinUsed = flag(capabilities, "tcinpu");
+  if (!m_nullPinUsed) m_pinPad = flag(capabilities, "tcic2");
+  // A PIN pad is used only where the administrator enabled it.
+  if (m_pinPad && !settings::enableAlternativeAuthenticationPath()) m_pinPad = false;
+}
+
+}  // namespace lm2

@@ -1,0 +1,36 @@
+#pragma once
+// What a token supports and whether it is initialised, read from the engine's capability tree:
+//   "tcii"   initialised           "tccbi"  can be initialised
+//   "tcinpu" used without a PIN    "tcinpp" can be used without a PIN
+//   "tcic2"  has a PIN pad (the alternative authentication path), used only when the
+//            administrator enables EnableAlternativeAuthenticationPath
+//   "tcl"    the token's label (UTF-8)
+
+#include <string>
+
+#include "items/ItemVector.h"
+
+namespace lm2 {
+
+class TokenCapability {
+ public:
+  explicit TokenCapability(const items::CItemVector& capabilities);
+
+  bool isInitialized() const noexcept { return m_initialized; }
+  bool canBeInitialized() const noexcept { return m_canBeInitialized; }
+  bool isNullPinUsed() const noexcept { return m_nullPinUsed; }
+  bool hasPinPad() const noexcept { return m_pinPad; }
+  bool isNullPinPossible() const noexcept { return m_nullPinPossible; }
+  const std::wstring& label() const noexcept { return m_label; }
+
+ private:
+  // In this order, "tcii" first.
+  bool m_initialized = false;
+  bool m_canBeInitialized = false;
+  bool m_nullPinUsed = false;
+  bool m_pinPad = false;
+  bool m_nullPinPossible = false;
+  std::wstring m_label;
+};
+
+}  // namespace lm2
