@@ -4,7 +4,7 @@
 // check the exact trace texts of code that logs through the debugger-output backend.
 //
 // There is one such buffer per session: tests that use it hold the CTest resource lock
-// "lm2-debug-output". Output of other processes is acknowledged and dropped.
+// "lm2-shared-state". Output of other processes is acknowledged and dropped.
 
 #include <windows.h>
 
