@@ -25,7 +25,9 @@ home=$(dirname "$prefix")
 
 export WINEPREFIX=$prefix
 export WINEARCH=win64
-export WINEDEBUG=${WINEDEBUG:--all}
+# Wine's own errors stay on (a program that dies at start-up says why); its fixme and warning
+# chatter does not.
+export WINEDEBUG=${WINEDEBUG:-fixme-all,warn-all}
 # No Mono/Gecko installer dialogs, no desktop menu entries.
 export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-mscoree,mshtml=;winemenubuilder.exe=d}
 log=$home/wine.log
