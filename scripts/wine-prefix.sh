@@ -2,7 +2,8 @@
 # One Wine prefix per build folder, booted once and served by one persistent wineserver.
 #
 #   wine-prefix.sh start PREFIX            boot the prefix if needed, start the server, import *.reg
-#   wine-prefix.sh run   PREFIX PROGRAM…   start (as above), then run PROGRAM under Wine
+#   wine-prefix.sh run   PREFIX PROGRAM…   start (as above), then run PROGRAM under Wine (its stderr
+#                                          is passed on when it ends)
 #   wine-prefix.sh stop  PREFIX            end the server and every Wine process of the prefix
 #
 # Registry files (*.reg) placed beside PREFIX are imported whenever they are newer than the last
@@ -70,7 +71,23 @@ case $cmd in
   start) start ;;
   run)
     start
-    exec wine "$@"
+    # Now and then (seen right after a prefix was created) a Wine program dies before its first
+    # instruction with "failed to map the shared user data": an address-space collision at process
+    # start. Such a program ran nothing, so it is started again; without address randomisation the
+    # collision has less room to happen at all. Its stderr is passed on after it ends.
+    errors=$(mktemp)
+    for attempt in 1 2 3; do
+      rc=0
+      setarch "$(uname -m)" -R wine "$@" 2>"$errors" || rc=$?
+      if [ "$rc" -ne 0 ] && grep -q 'failed to map the shared user data' "$errors"; then
+        echo "wine-prefix: start-up collision, starting again (attempt $attempt)" >>"$log"
+        continue
+      fi
+      break
+    done
+    cat "$errors" >&2
+    rm -f "$errors"
+    exit "$rc"
     ;;
   stop)
     wineserver -k </dev/null >>"$log" 2>&1 || true

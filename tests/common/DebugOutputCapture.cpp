@@ -2,11 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 
 #include "logging/TraceLog.h"
 
 namespace lm2::test {
+namespace {
+constexpr char kSyncMarker[] = "lm2-debug-output-capture-sync ";
+}  // namespace
 
 DebugOutputCapture::DebugOutputCapture()
     : bufferReady_(::CreateEventW(nullptr, FALSE, FALSE, L"DBWIN_BUFFER_READY")),
@@ -36,16 +40,36 @@ void DebugOutputCapture::run() {
     std::string text(view_ + sizeof pid, ::strnlen(view_ + sizeof pid, 4096 - sizeof pid));
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
     std::lock_guard<std::mutex> guard(lock_);
+    if (text.rfind(kSyncMarker, 0) == 0) {
+      syncSeen_ = static_cast<unsigned>(std::stoul(text.substr(sizeof kSyncMarker - 1)));
+      seen_.notify_all();
+      continue;
+    }
     lines_.push_back(std::move(text));
   }
 }
 
+void DebugOutputCapture::sync() const {
+  if (!reader_.joinable()) return;
+  unsigned marker = 0;
+  {
+    std::lock_guard<std::mutex> guard(lock_);
+    marker = ++syncSent_;
+  }
+  ::OutputDebugStringA((kSyncMarker + std::to_string(marker)).c_str());
+  std::unique_lock<std::mutex> guard(lock_);
+  EXPECT_TRUE(seen_.wait_for(guard, std::chrono::seconds(10), [&] { return syncSeen_ >= marker; }))
+      << "debug output reader did not catch up";
+}
+
 std::vector<std::string> DebugOutputCapture::lines() const {
+  sync();
   std::lock_guard<std::mutex> guard(lock_);
   return lines_;
 }
 
 std::size_t DebugOutputCapture::count(const std::string& text) const {
+  sync();
   std::lock_guard<std::mutex> guard(lock_);
   std::size_t n = 0;
   for (const auto& line : lines_) n += line.find(text) != std::string::npos ? 1 : 0;

@@ -8,6 +8,7 @@
 
 #include <windows.h>
 
+#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -24,7 +25,9 @@ class DebugOutputCapture {
   DebugOutputCapture(const DebugOutputCapture&) = delete;
   DebugOutputCapture& operator=(const DebugOutputCapture&) = delete;
 
-  // Every record so far, without its trailing line break.
+  // Every record written so far, without its trailing line break. A record is handed over before
+  // the reader has stored it, so each query first writes a marker and waits until the reader has
+  // seen it: records are passed one at a time, so everything written before is then stored.
   std::vector<std::string> lines() const;
   // How many records contain `text`.
   std::size_t count(const std::string& text) const;
@@ -32,6 +35,7 @@ class DebugOutputCapture {
 
  private:
   void run();
+  void sync() const;
 
   UniqueHandle bufferReady_;
   UniqueHandle dataReady_;
@@ -39,6 +43,9 @@ class DebugOutputCapture {
   UniqueHandle stop_;
   const char* view_ = nullptr;
   mutable std::mutex lock_;
+  mutable std::condition_variable seen_;
+  mutable unsigned syncSent_ = 0;
+  unsigned syncSeen_ = 0;
   std::vector<std::string> lines_;
   std::thread reader_;
 };
