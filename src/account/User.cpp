@@ -17,7 +17,7 @@ constexpr std::uint32_t kErrorTrustedRelationshipFailure = ERROR_TRUSTED_RELATIO
 
 logging::Category& trace() { return logging::getCategory(logging::categories::kTokenEngineAbstractionLayer); }
 
-unsigned long long hex(ExtendedResult code) { return static_cast<unsigned long long>(code); }
+using result::hex;
 
 std::wstring lowerCase(std::wstring text) {
   if (!text.empty()) ::CharLowerBuffW(text.data(), static_cast<DWORD>(text.size()));

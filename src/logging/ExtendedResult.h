@@ -40,5 +40,8 @@ constexpr bool failed(ExtendedResult code) noexcept {
 }
 constexpr bool succeeded(ExtendedResult code) noexcept { return !failed(code); }
 
+// The code as the argument of "(0x%016llx)" (uint64_t is not unsigned long long everywhere).
+constexpr unsigned long long hex(ExtendedResult code) noexcept { return static_cast<unsigned long long>(code); }
+
 }  // namespace result
 }  // namespace lm2

@@ -6,23 +6,12 @@
 
 #include "logging/ExtendedResult.h"
 #include "logging/TraceLog.h"
+#include "platform/TextConversion.h"
 #include "provider/LM2Provider.h"
 #include "settings/ProviderSettings.h"
 
 namespace lm2 {
 namespace {
-
-// UTF-8 for the trace backend; a path that does not convert counts as no configuration.
-bool toUtf8(const std::wstring& text, std::string& utf8) {
-  utf8.clear();
-  if (text.empty()) return true;
-  const int size = ::WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text.data(),
-                                         static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
-  if (size <= 0) return false;
-  utf8.resize(static_cast<std::size_t>(size));
-  return ::WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text.data(), static_cast<int>(text.size()),
-                               utf8.data(), size, nullptr, nullptr) == size;
-}
 
 std::string describeIid(REFIID riid) {
   char text[64];
@@ -38,7 +27,8 @@ HRESULT CSample_CreateInstance(REFIID riid, void** ppv) {
   result::setComponentId(result::kModuleComponentId);
 
   std::string configuration;
-  if (toUtf8(settings::logSettingsPath(), configuration) && !configuration.empty()) {
+  // A path that is not valid UTF-16 counts as no configuration.
+  if (utf16ToUtf8(settings::logSettingsPath(), configuration) && !configuration.empty()) {
     logging::configure(configuration);  // a missing or unreadable file keeps the current trace setup
   }
 

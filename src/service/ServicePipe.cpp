@@ -12,7 +12,7 @@ namespace {
 
 logging::Category& log() { return logging::getCategory(logging::categories::kTokenEngineAbstractionLayer); }
 
-unsigned long long hex(ExtendedResult code) { return static_cast<unsigned long long>(code); }
+using result::hex;
 
 // Grows `buffer` to `size` bytes, keeping its content (the old block is wiped when released).
 bool grow(SecureBuffer& buffer, std::size_t size) {

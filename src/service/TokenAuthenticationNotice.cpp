@@ -1,12 +1,12 @@
 #include "service/TokenAuthenticationNotice.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "items/ItemBuffer.h"
 #include "items/ItemStream.h"
 #include "items/ItemValues.h"
 #include "logging/LogScope.h"
+#include "platform/TextConversion.h"
 #include "service/ServicePipe.h"
 
 namespace lm2::service {
@@ -14,19 +14,7 @@ namespace {
 
 logging::Category& log() { return logging::getCategory(logging::categories::kTokenEngineAbstractionLayer); }
 
-unsigned long long hex(ExtendedResult code) { return static_cast<unsigned long long>(code); }
-
-std::string toUtf8(const std::wstring& text) {
-  if (text.empty()) return {};
-  const int size = ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0,
-                                         nullptr, nullptr);
-  std::string utf8(static_cast<std::size_t>(std::max(size, 0)), '\0');
-  if (size > 0) {
-    ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), utf8.data(), size, nullptr,
-                          nullptr);
-  }
-  return utf8;
-}
+using result::hex;
 
 }  // namespace
 
@@ -39,7 +27,9 @@ SecureBuffer buildTokenAuthenticationRequest(DWORD sessionId, const TokenLogonRe
   CItemULong session("psi", sessionId);
   CItemBuffer token("ptsi", const_cast<std::uint8_t*>(record.tokenIdentification.data()),
                     static_cast<std::uint32_t>(record.tokenIdentification.size()), false);
-  CItemStringA user("pun", toUtf8(record.userName));
+  std::string userName;
+  utf16ToUtf8(record.userName, userName);  // a name that is not valid UTF-16 is sent empty
+  CItemStringA user("pun", userName);
   CItemStringA second("pus", record.secondText);
 
   root.addItem(&command, false);

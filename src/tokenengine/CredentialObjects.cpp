@@ -13,7 +13,7 @@
 namespace lm2 {
 namespace {
 
-unsigned long long hex(std::uint64_t value) { return static_cast<unsigned long long>(value); }
+using result::hex;
 
 // The two values every descriptor carries: a persistent token object, not restricted further.
 constexpr std::uint32_t kDescriptorPersistent = 1;

@@ -9,7 +9,7 @@
 namespace lm2 {
 namespace {
 
-unsigned long long hex(std::uint64_t value) { return static_cast<unsigned long long>(value); }
+using result::hex;
 
 }  // namespace
 

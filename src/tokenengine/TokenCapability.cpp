@@ -1,9 +1,8 @@
 #include "tokenengine/TokenCapability.h"
 
-#include <windows.h>
-
 #include "items/ItemValues.h"
 #include "logging/TraceLog.h"
+#include "platform/TextConversion.h"
 #include "settings/ProviderSettings.h"
 
 namespace lm2 {
@@ -12,17 +11,6 @@ namespace {
 bool flag(const items::CItemVector& capabilities, const char* name) {
   const auto* item = capabilities.getItemAs<items::CItemBoolean>(name);
   return item != nullptr && item->getValue();
-}
-
-bool fromUtf8(const std::string& text, std::wstring& wide) {
-  wide.clear();
-  if (text.empty()) return true;
-  const int size = ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), static_cast<int>(text.size()),
-                                         nullptr, 0);
-  if (size <= 0) return false;
-  wide.resize(static_cast<std::size_t>(size));
-  return ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), static_cast<int>(text.size()),
-                               wide.data(), size) == size;
 }
 
 }  // namespace
@@ -38,7 +26,7 @@ TokenCapability::TokenCapability(const items::CItemVector& capabilities) {
   }
 
   if (const auto* label = capabilities.getItemAs<items::CItemStringA>("tcl")) {
-    if (!fromUtf8(label->getValue(), m_label)) {
+    if (!utf8ToUtf16(label->getValue(), m_label)) {
       logging::error(log, "failed to convert label to wide character string");
       m_label.clear();
     }

@@ -10,7 +10,7 @@
 namespace lm2 {
 namespace {
 
-unsigned long long hex(std::uint64_t value) { return static_cast<unsigned long long>(value); }
+using result::hex;
 
 // A PIN or password as the engine takes it: UTF-8, wiped when the operation ends.
 class SecretUtf8 {
