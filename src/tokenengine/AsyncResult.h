@@ -39,7 +39,9 @@ class AsyncResultWithData : public AsyncResult {
 template <>
 class AsyncResultWithData<std::wstring> : public AsyncResult {
  public:
-  AsyncResultWithData(ExtendedResult code, std::wstring text) : AsyncResult(code), m_data(std::move(text)) {}
+  AsyncResultWithData(ExtendedResult code, std::wstring text) : AsyncResult(code), m_data(std::move(text)) {
+    secureWipe(text);  // a moved-from short string keeps its characters in its inline buffer
+  }
   ~AsyncResultWithData() override { secureWipe(m_data); }
   const std::wstring& getData() const noexcept { return m_data; }
 

@@ -1,6 +1,6 @@
 #include "tokenengine/TokenEngineAbstractionLayerDefault.h"
 
-#include "common/SecureWipe.h"
+#include "common/SecretText.h"
 #include "items/ItemBuffer.h"
 #include "items/ItemValues.h"
 #include "platform/TextConversion.h"
@@ -15,14 +15,13 @@ using result::hex;
 // A PIN or password as the engine takes it: UTF-8, wiped when the operation ends.
 class SecretUtf8 {
  public:
-  explicit SecretUtf8(const std::wstring& text) { valid_ = utf16ToUtf8(text, utf8_); }
-  ~SecretUtf8() { secureWipe(utf8_); }
-  const char* c_str() const { return utf8_.c_str(); }
-  const std::string& text() const { return utf8_; }
+  explicit SecretUtf8(const std::wstring& text) { valid_ = utf16ToUtf8(text, utf8_.get()); }
+  const char* c_str() const { return utf8_.get().c_str(); }
+  const std::string& text() const { return utf8_.get(); }
   bool valid() const { return valid_; }
 
  private:
-  std::string utf8_;
+  SecretString utf8_;
   bool valid_;
 };
 
@@ -79,21 +78,14 @@ void TokenEngineAbstractionLayerDefault::GetTokenCapabilitiesAsync(Context conte
 
 void TokenEngineAbstractionLayerDefault::CheckPINAsync(Context context, const User& user, const std::wstring& pin) {
   queueOperation("TokenEngineAbstractionLayerDefault::CheckPINAsync", std::move(context),
-                 [this, user, pin = std::wstring(pin)]() mutable {
-                   const ExtendedResult code =
-                       user.token() ? checkPIN(*user.token(), pin) : layer_codes::kInvalidResponse;
-                   secureWipe(pin);
-                   return plain(code);
+                 [this, user, pin = SecretWString(pin)] {
+                   return plain(user.token() ? checkPIN(*user.token(), pin.get()) : layer_codes::kInvalidResponse);
                  });
 }
 
 void TokenEngineAbstractionLayerDefault::CheckPINAsync(Context context, const Token& token, const std::wstring& pin) {
   queueOperation("TokenEngineAbstractionLayerDefault::CheckPINAsync", std::move(context),
-                 [this, token, pin = std::wstring(pin)]() mutable {
-                   const ExtendedResult code = checkPIN(token, pin);
-                   secureWipe(pin);
-                   return plain(code);
-                 });
+                 [this, token, pin = SecretWString(pin)] { return plain(checkPIN(token, pin.get())); });
 }
 
 void TokenEngineAbstractionLayerDefault::AskPINAsync(Context context, const User& user) {
@@ -105,10 +97,8 @@ void TokenEngineAbstractionLayerDefault::AskPINAsync(Context context, const User
 void TokenEngineAbstractionLayerDefault::ChangePasswordOfUserAsync(Context context, const User& user,
                                                                    const std::wstring& newPassword) {
   queueOperation("TokenEngineAbstractionLayerDefault::ChangePasswordOfUserAsync", std::move(context),
-                 [this, user, newPassword = std::wstring(newPassword)]() mutable {
-                   const ExtendedResult code = changePasswordOfUser(user, newPassword);
-                   secureWipe(newPassword);
-                   return plain(code);
+                 [this, user, newPassword = SecretWString(newPassword)] {
+                   return plain(changePasswordOfUser(user, newPassword.get()));
                  });
 }
 
@@ -116,21 +106,16 @@ void TokenEngineAbstractionLayerDefault::InitializeTokenAsync(Context context, c
                                                               const std::wstring& label, const std::wstring& pin,
                                                               bool withoutPin) {
   queueOperation("TokenEngineAbstractionLayerDefault::InitializeTokenAsync", std::move(context),
-                 [this, token, label, pin = std::wstring(pin), withoutPin]() mutable {
-                   const ExtendedResult code = initializeToken(token, label, pin, withoutPin);
-                   secureWipe(pin);
-                   return plain(code);
+                 [this, token, label, pin = SecretWString(pin), withoutPin] {
+                   return plain(initializeToken(token, label, pin.get(), withoutPin));
                  });
 }
 
 void TokenEngineAbstractionLayerDefault::ChangePINAsync(Context context, const Token& token,
                                                         const std::wstring& oldPin, const std::wstring& newPin) {
   queueOperation("TokenEngineAbstractionLayerDefault::ChangePINAsync", std::move(context),
-                 [this, token, oldPin = std::wstring(oldPin), newPin = std::wstring(newPin)]() mutable {
-                   const ExtendedResult code = changePIN(token, oldPin, newPin);
-                   secureWipe(oldPin);
-                   secureWipe(newPin);
-                   return plain(code);
+                 [this, token, oldPin = SecretWString(oldPin), newPin = SecretWString(newPin)] {
+                   return plain(changePIN(token, oldPin.get(), newPin.get()));
                  });
 }
 
@@ -138,10 +123,8 @@ void TokenEngineAbstractionLayerDefault::CreateCredentialAsync(Context context, 
                                                                const std::wstring& account,
                                                                const std::wstring& password) {
   queueOperation("TokenEngineAbstractionLayerDefault::CreateCredentialAsync", std::move(context),
-                 [this, token, account, password = std::wstring(password)]() mutable {
-                   const ExtendedResult code = createCredential(token, account, password);
-                   secureWipe(password);
-                   return plain(code);
+                 [this, token, account, password = SecretWString(password)] {
+                   return plain(createCredential(token, account, password.get()));
                  });
 }
 
@@ -305,12 +288,10 @@ std::unique_ptr<AsyncResult> TokenEngineAbstractionLayerDefault::getPasswordForU
                    hex(code));
     return plain(code);
   }
-  std::string utf8 = textOf(content);
-  std::wstring password;
-  const bool converted = utf8ToUtf16(utf8, password);
-  secureWipe(utf8);
-  if (!converted) return plain(layer_codes::kInvalidText);
-  return std::make_unique<AsyncResultWithData<std::wstring>>(result::success(), std::move(password));
+  const SecretString utf8(textOf(content));
+  SecretWString password;
+  if (!utf8ToUtf16(utf8.get(), password.get())) return plain(layer_codes::kInvalidText);
+  return std::make_unique<AsyncResultWithData<std::wstring>>(result::success(), std::move(password.get()));
 }
 
 ExtendedResult TokenEngineAbstractionLayerDefault::changePasswordOfUser(const User& user,
