@@ -57,6 +57,8 @@ using RegistryKeyTraits = NullableTraits<HKEY, &::RegCloseKey>;
 // Memory from LocalAlloc, such as the SIDs of ConvertStringSidToSidW.
 using LocalMemoryTraits = NullableTraits<HLOCAL, &::LocalFree>;
 using CoTaskMemStringTraits = NullableTraits<PWSTR, &::CoTaskMemFree>;
+// Handles of the service control manager and of services.
+using ServiceHandleTraits = NullableTraits<SC_HANDLE, &::CloseServiceHandle>;
 
 // Kernel handles: both null and INVALID_HANDLE_VALUE mean "nothing owned".
 struct KernelHandleTraits {
@@ -81,6 +83,7 @@ using UniqueHkey = UniqueResource<RegistryKeyTraits>;
 using UniqueHandle = UniqueResource<KernelHandleTraits>;
 using UniqueLocalMemory = UniqueResource<LocalMemoryTraits>;
 using UniqueCoTaskMemString = UniqueResource<CoTaskMemStringTraits>;
+using UniqueServiceHandle = UniqueResource<ServiceHandleTraits>;
 using UniqueSecretCoTaskMemString = UniqueResource<SecretCoTaskMemStringTraits>;
 
 // A SID allocated with LocalAlloc (ConvertStringSidToSidW and friends).

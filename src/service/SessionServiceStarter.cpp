@@ -3,22 +3,13 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <memory>
-#include <type_traits>
 
 #include "logging/LogScope.h"
+#include "platform/UniqueResource.h"
 #include "service/ServicePipe.h"
 
 namespace lm2::service {
 namespace {
-
-// Service control manager handles.
-struct ServiceHandleDeleter {
-  void operator()(SC_HANDLE handle) const noexcept {
-    if (handle) ::CloseServiceHandle(handle);
-  }
-};
-using UniqueServiceHandle = std::unique_ptr<std::remove_pointer_t<SC_HANDLE>, ServiceHandleDeleter>;
 
 constexpr DWORD kNoProgressLimitMs = 30000;
 

@@ -51,10 +51,8 @@ ExtendedResult SettingsKey::readRaw(const wchar_t* name, DWORD restriction, Secu
 }
 
 std::wstring SettingsKey::readString(const wchar_t* name, const std::wstring& defaultValue) const {
-  SecureBuffer data;
-  DWORD size = 0;
-  if (result::failed(readRaw(name, RRF_RT_REG_SZ, data, size))) return defaultValue;
-  return std::wstring(reinterpret_cast<const wchar_t*>(data.data()), stringLength(data));
+  std::wstring value;
+  return result::failed(tryReadString(name, value)) ? defaultValue : value;
 }
 
 ExtendedResult SettingsKey::tryReadString(const wchar_t* name, std::wstring& value) const {
@@ -68,10 +66,7 @@ ExtendedResult SettingsKey::tryReadString(const wchar_t* name, std::wstring& val
 
 void SettingsKey::readSecretString(const wchar_t* name, std::wstring& value) const {
   secureWipe(value);
-  SecureBuffer data;
-  DWORD size = 0;
-  if (result::failed(readRaw(name, RRF_RT_REG_SZ, data, size))) return;
-  value.assign(reinterpret_cast<const wchar_t*>(data.data()), stringLength(data));
+  tryReadString(name, value);
 }
 
 ExtendedResult SettingsKey::readNumber(const wchar_t* name, DWORD& value) const {

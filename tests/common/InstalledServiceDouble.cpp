@@ -2,19 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/UniqueResource.h"
 #include "service/ServicePipe.h"
 
 namespace lm2::test {
 namespace {
-
-struct ScHandle {
-  SC_HANDLE handle;
-  explicit ScHandle(SC_HANDLE h) : handle(h) {}
-  ~ScHandle() {
-    if (handle) ::CloseServiceHandle(handle);
-  }
-  explicit operator bool() const { return handle != nullptr; }
-};
 
 DWORD queryState(SC_HANDLE service) {
   SERVICE_STATUS_PROCESS status = {};
@@ -43,21 +35,21 @@ std::wstring programDirectory() {
 }
 
 void InstalledServiceDouble::removeExisting() {
-  ScHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+  UniqueServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
   ASSERT_TRUE(manager) << ::GetLastError();
-  ScHandle service(::OpenServiceW(manager.handle, service::kSessionServiceName, SERVICE_ALL_ACCESS));
-  if (service) stopAndDelete(service.handle);
+  UniqueServiceHandle service(::OpenServiceW(manager.get(), service::kSessionServiceName, SERVICE_ALL_ACCESS));
+  if (service) stopAndDelete(service.get());
 }
 
 InstalledServiceDouble::InstalledServiceDouble(const std::wstring& arguments) { install(arguments); }
 
 void InstalledServiceDouble::install(const std::wstring& arguments) {
   removeExisting();
-  ScHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+  UniqueServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
   ASSERT_TRUE(manager) << ::GetLastError();
   const std::wstring command =
       L"\"" + programDirectory() + L"\\session_service_double.exe\"" + (arguments.empty() ? L"" : L" " + arguments);
-  ScHandle service(::CreateServiceW(manager.handle, service::kSessionServiceName, L"LM2 session service (double)",
+  UniqueServiceHandle service(::CreateServiceW(manager.get(), service::kSessionServiceName, L"LM2 session service (double)",
                                     SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START,
                                     SERVICE_ERROR_NORMAL, command.c_str(), nullptr, nullptr, nullptr, nullptr,
                                     nullptr));
@@ -70,10 +62,10 @@ InstalledServiceDouble::~InstalledServiceDouble() {
 }
 
 DWORD InstalledServiceDouble::state() const {
-  ScHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-  ScHandle service(manager ? ::OpenServiceW(manager.handle, service::kSessionServiceName, SERVICE_QUERY_STATUS)
+  UniqueServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+  UniqueServiceHandle service(manager ? ::OpenServiceW(manager.get(), service::kSessionServiceName, SERVICE_QUERY_STATUS)
                            : nullptr);
-  return service ? queryState(service.handle) : 0;
+  return service ? queryState(service.get()) : 0;
 }
 
 }  // namespace lm2::test

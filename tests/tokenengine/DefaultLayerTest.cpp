@@ -70,8 +70,7 @@ class DefaultLayerTest : public ::testing::Test {
   void SetUp() override {
     result::setComponentId(result::kModuleComponentId);
     test::enableTrace();
-    ASSERT_TRUE(test::trustTestRoot());
-    ASSERT_TRUE(test::installEngineVariant(L"signed"));
+    ASSERT_TRUE(test::installSignedEngine());
   }
   void TearDown() override {
     delete layer_;

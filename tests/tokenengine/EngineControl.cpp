@@ -1,9 +1,5 @@
 #include "EngineControl.h"
 
-#include <wincrypt.h>
-
-#include <fstream>
-#include <iterator>
 #include <vector>
 
 #include "InstalledServiceDouble.h"
@@ -30,16 +26,22 @@ bool installEngineVariant(const std::wstring& variant) {
   return ::CopyFileW(source.c_str(), installedPath().c_str(), FALSE) != FALSE;
 }
 
-bool trustTestRoot() {
-  std::ifstream file((programDirectory() + L"\\engine-variants\\test-root.cer").c_str(), std::ios::binary);
-  const std::vector<unsigned char> der((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  HCERTSTORE root = ::CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_LOCAL_MACHINE, L"Root");
-  const bool added = root && !der.empty() &&
-                     ::CertAddEncodedCertificateToStore(root, X509_ASN_ENCODING, der.data(),
-                                                        static_cast<DWORD>(der.size()),
-                                                        CERT_STORE_ADD_REPLACE_EXISTING, nullptr);
-  if (root) ::CertCloseStore(root, 0);
-  return added;
+bool installSignedEngine() {
+  const std::wstring variants = programDirectory() + L"\\engine-variants\\";
+  std::wstring command = L"\"" + programDirectory() + L"\\engine_install.exe\" \"" + variants +
+                         L"VestaAccessLibrary.signed.dll\" \"" + variants + L"test-root.cer\"";
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process = {};
+  if (!::CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process)) {
+    return false;
+  }
+  ::WaitForSingleObject(process.hProcess, 30000);
+  DWORD exitCode = 1;
+  ::GetExitCodeProcess(process.hProcess, &exitCode);
+  ::CloseHandle(process.hThread);
+  ::CloseHandle(process.hProcess);
+  return exitCode == 0;
 }
 
 EngineControl EngineControl::ofLoadedEngine() {

@@ -12,8 +12,9 @@ namespace lm2::test {
 // Copies engine-variants\VestaAccessLibrary.<variant>.dll (beside the test program) over the
 // installed engine; "signed" restores it. An empty variant removes the installed engine.
 bool installEngineVariant(const std::wstring& variant);
-// Adds the build's test root (engine-variants\test-root.cer) to the machine's trusted roots.
-bool trustTestRoot();
+// Installs the signed engine and trusts the build's test root, with engine_install.exe as an
+// administrator would.
+bool installSignedEngine();
 
 // The control interface of the engine loaded in this process (null functions when none is).
 struct EngineControl {
