@@ -2,7 +2,7 @@
 # Signs the virtual token engine for the tests with keys made for this build only (never
 # committed), and writes the variants the signature check must refuse:
 #
-#   sign-test-engine.sh OUT_DIR ENGINE_DLL OBJDUMP
+#   sign-test-engine.sh OUT_DIR ENGINE_DLL OBJDUMP [NAME=OTHER_BUILD_DLL …]
 #
 #   VestaAccessLibrary.signed.dll     signed by a code-signing leaf of the test root
 #   VestaAccessLibrary.unsigned.dll   no signature
@@ -10,11 +10,17 @@
 #   VestaAccessLibrary.untrusted.dll  signed under a root the prefix does not trust
 #   VestaAccessLibrary.expired.dll    signed by a leaf whose validity ended in 2021
 #   VestaAccessLibrary.partial.dll    signed by a leaf whose issuer is nowhere to be found
+#   VestaAccessLibrary.NAME.dll       each further build of the engine, signed like .signed.dll
 #   test-root.cer                     the test root (DER), trusted in the test prefix
 set -euo pipefail
 out=$1
 engine=$(cd "$(dirname "$2")" && pwd)/$(basename "$2")
 objdump=$3
+shift 3
+others=()
+for other in "$@"; do
+  others+=("${other%%=*}=$(cd "$(dirname "${other#*=}")" && pwd)/$(basename "${other#*=}")")
+done
 mkdir -p "$out"
 cd "$out"
 rm -f index.txt* serial* ./*.pem
@@ -59,9 +65,9 @@ make_leaf signer root "LM2 Test Code Signing" "$now" "$later"
 make_leaf stranger-signer stranger "LM2 Untrusted Code Signing" "$now" "$later"
 make_leaf expired-signer root "LM2 Expired Code Signing" 20200101000000Z 20210101000000Z
 
-sign() {  # certificates (leaf first), key, output
+sign() {  # certificates (leaf first), key, output[, input]
   rm -f "$3"
-  osslsigncode sign -certs "$1" -key "$2" -h sha256 -in "$engine" -out "$3" >/dev/null
+  osslsigncode sign -certs "$1" -key "$2" -h sha256 -in "${4:-$engine}" -out "$3" >/dev/null
 }
 # The untrusted signature carries its whole chain up to its (untrusted) root.
 cat stranger-signer.crt stranger.crt > stranger-chain.pem
@@ -71,6 +77,9 @@ sign expired-signer.crt expired-signer.key VestaAccessLibrary.expired.dll
 # Only the leaf of the untrusted chain: the chain cannot even be built to a root.
 sign stranger-signer.crt stranger-signer.key VestaAccessLibrary.partial.dll
 cp "$engine" VestaAccessLibrary.unsigned.dll
+for other in ${others[@]+"${others[@]}"}; do
+  sign signer.crt signer.key "VestaAccessLibrary.${other%%=*}.dll" "${other#*=}"
+done
 
 # One byte in the middle of the code section: the hash over the image no longer matches.
 cp VestaAccessLibrary.signed.dll VestaAccessLibrary.tampered.dll

@@ -59,6 +59,8 @@ using LocalMemoryTraits = NullableTraits<HLOCAL, &::LocalFree>;
 using CoTaskMemStringTraits = NullableTraits<PWSTR, &::CoTaskMemFree>;
 // Handles of the service control manager and of services.
 using ServiceHandleTraits = NullableTraits<SC_HANDLE, &::CloseServiceHandle>;
+// A loaded library, freed once.
+using ModuleTraits = NullableTraits<HMODULE, &::FreeLibrary>;
 
 // Kernel handles: both null and INVALID_HANDLE_VALUE mean "nothing owned".
 struct KernelHandleTraits {
@@ -84,6 +86,7 @@ using UniqueHandle = UniqueResource<KernelHandleTraits>;
 using UniqueLocalMemory = UniqueResource<LocalMemoryTraits>;
 using UniqueCoTaskMemString = UniqueResource<CoTaskMemStringTraits>;
 using UniqueServiceHandle = UniqueResource<ServiceHandleTraits>;
+using UniqueModule = UniqueResource<ModuleTraits>;
 using UniqueSecretCoTaskMemString = UniqueResource<SecretCoTaskMemStringTraits>;
 
 // A SID allocated with LocalAlloc (ConvertStringSidToSidW and friends).

@@ -56,16 +56,15 @@ ExtendedResult CredentialObjects::findObjects(std::uint32_t kind, const std::opt
                                               std::vector<Found>& found) {
   found.clear();
   items::CItemVector query("q");
-  items::CItemULong kindItem(facade::kQueryKind, kind);
-  items::CItemStringA labelItem(facade::kQueryLabel, credentialLabel());
-  items::CItemStringA linkItem(facade::kQueryLink, link.value_or(""));
+  items::CItemULong kindItem(VAL_ITEM_QUERY_KIND, kind);
+  items::CItemStringA labelItem(VAL_ITEM_QUERY_LABEL, credentialLabel());
+  items::CItemStringA linkItem(VAL_ITEM_QUERY_LINK, link.value_or(""));
   query.addItem(&kindItem, false);
   query.addItem(&labelItem, false);
   if (link) query.addItem(&linkItem, false);
   const SecureBuffer packed = items::packItem(query);
 
-  const ValFunctionTable& f = m_binding.functions();
-  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](VAL_TASK_ID* task) {
+  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) {
     return f.findObjects(m_token.identification(), m_token.identificationLength(), packed.data(),
                          static_cast<std::uint32_t>(packed.size()), task);
   });
@@ -73,7 +72,7 @@ ExtendedResult CredentialObjects::findObjects(std::uint32_t kind, const std::opt
     logging::error(m_log, "failed to find objects on token (0x%016llx)", hex(outcome.code));
     return outcome.code == layer_codes::kUnloading ? outcome.code : layer_codes::kFindFailed;
   }
-  const auto* list = outcome.response ? outcome.response->getItemAs<items::CItemVector>(facade::kObjectList) : nullptr;
+  const auto* list = outcome.response ? outcome.response->getItemAs<items::CItemVector>(CITEM_NAME_OBJECT_LIST) : nullptr;
   if (list == nullptr) {
     logging::error(m_log, "failed to parse find result...result object CITEM_NAME_OBJECT_LIST not found");
     return layer_codes::kObjectMissing;
@@ -86,18 +85,18 @@ ExtendedResult CredentialObjects::findObjects(std::uint32_t kind, const std::opt
       continue;
     }
     const VAL_OBJECT handle = entry->getValue();
-    FacadeBinding::TaskOutcome info = m_binding.runTask([&](VAL_TASK_ID* task) {
+    FacadeBinding::TaskOutcome info = m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) {
       return f.getObjectInfo(m_token.identification(), m_token.identificationLength(), handle, task);
     });
     if (result::failed(info.code)) {
       logging::error(m_log, "failed to get object info (0x%016llx)", hex(info.code));
       return info.code;
     }
-    const auto* details = info.response ? info.response->getItemAs<items::CItemVector>(facade::kObjectInfo) : nullptr;
-    const auto* application = details ? details->getItemAs<items::CItemStringA>(facade::kInfoApplication) : nullptr;
-    const auto* label = details ? details->getItemAs<items::CItemStringA>(facade::kInfoLabel) : nullptr;
-    const auto* attributes = details ? details->getItemAs<items::CItemULong>(facade::kInfoAttributes) : nullptr;
-    const auto* size = details ? details->getItemAs<items::CItemULong>(facade::kInfoSize) : nullptr;
+    const auto* details = info.response ? info.response->getItemAs<items::CItemVector>(CITEM_NAME_OBJECT_INFO) : nullptr;
+    const auto* application = details ? details->getItemAs<items::CItemStringA>(VAL_ITEM_INFO_APPLICATION) : nullptr;
+    const auto* label = details ? details->getItemAs<items::CItemStringA>(VAL_ITEM_INFO_LABEL) : nullptr;
+    const auto* attributes = details ? details->getItemAs<items::CItemULong>(VAL_ITEM_INFO_ATTRIBUTES) : nullptr;
+    const auto* size = details ? details->getItemAs<items::CItemULong>(VAL_ITEM_INFO_SIZE) : nullptr;
     if (!application || !label || !attributes || !size) {
       logging::error(m_log, "failed to parse info result...result object CITEM_NAME_OBJECT_INFO not found");
       return layer_codes::kObjectMissing;
@@ -111,15 +110,14 @@ ExtendedResult CredentialObjects::findObjects(std::uint32_t kind, const std::opt
 
 ExtendedResult CredentialObjects::readObject(VAL_OBJECT object, SecureBuffer& content) {
   content.reset();
-  const ValFunctionTable& f = m_binding.functions();
-  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](VAL_TASK_ID* task) {
+  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) {
     return f.readObject(m_token.identification(), m_token.identificationLength(), object, task);
   });
   if (result::failed(outcome.code)) {
     logging::error(m_log, "read object failed (0x%016llx)", hex(outcome.code));
     return outcome.code;
   }
-  const auto* data = outcome.response ? outcome.response->getItemAs<items::CItemBuffer>(facade::kObjectData) : nullptr;
+  const auto* data = outcome.response ? outcome.response->getItemAs<items::CItemBuffer>(CITEM_NAME_OBJECT_DATA) : nullptr;
   if (data == nullptr) {
     logging::error(m_log, "read object failed...result object CITEM_NAME_OBJECT_DATA not found");
     return layer_codes::kInvalidResponse;
@@ -130,8 +128,7 @@ ExtendedResult CredentialObjects::readObject(VAL_OBJECT object, SecureBuffer& co
 }
 
 ExtendedResult CredentialObjects::writeObject(VAL_OBJECT object, const SecureBuffer& content) {
-  const ValFunctionTable& f = m_binding.functions();
-  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](VAL_TASK_ID* task) {
+  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) {
     return f.writeObject(m_token.identification(), m_token.identificationLength(), object, content.data(),
                          static_cast<std::uint32_t>(content.size()), task);
   });
@@ -141,9 +138,9 @@ ExtendedResult CredentialObjects::writeObject(VAL_OBJECT object, const SecureBuf
 
 ExtendedResult CredentialObjects::createObject(std::uint32_t kind, const std::string& link, VAL_OBJECT& object) {
   items::CItemVector descriptor("d");
-  items::CItemULong kindItem(facade::kQueryKind, kind);
-  items::CItemStringA labelItem(facade::kQueryLabel, credentialLabel());
-  items::CItemStringA linkItem(facade::kQueryLink, link);
+  items::CItemULong kindItem(VAL_ITEM_QUERY_KIND, kind);
+  items::CItemStringA labelItem(VAL_ITEM_QUERY_LABEL, credentialLabel());
+  items::CItemStringA linkItem(VAL_ITEM_QUERY_LINK, link);
   items::CItemULong flags("flags", kDescriptorFlags);
   items::CItemULong first("v1", kDescriptorPersistent);
   items::CItemULong second("v2", kDescriptorNoRestriction);
@@ -153,8 +150,7 @@ ExtendedResult CredentialObjects::createObject(std::uint32_t kind, const std::st
   }
   const SecureBuffer packed = items::packItem(descriptor);
 
-  const ValFunctionTable& f = m_binding.functions();
-  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](VAL_TASK_ID* task) {
+  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) {
     return f.createObject(m_token.identification(), m_token.identificationLength(), packed.data(),
                           static_cast<std::uint32_t>(packed.size()), task);
   });
@@ -162,7 +158,7 @@ ExtendedResult CredentialObjects::createObject(std::uint32_t kind, const std::st
     logging::error(m_log, "create object failed (0x%016llx)", hex(outcome.code));
     return outcome.code;
   }
-  const auto* handle = outcome.response ? outcome.response->getItemAs<items::CItemULongLong>(facade::kObject) : nullptr;
+  const auto* handle = outcome.response ? outcome.response->getItemAs<items::CItemULongLong>(CITEM_NAME_OBJECT) : nullptr;
   if (handle == nullptr) {
     logging::error(m_log, "create object failed...result object CITEM_NAME_OBJECT not found");
     return layer_codes::kInvalidResponse;
@@ -172,8 +168,7 @@ ExtendedResult CredentialObjects::createObject(std::uint32_t kind, const std::st
 }
 
 ExtendedResult CredentialObjects::deleteObject(VAL_OBJECT object) {
-  const ValFunctionTable& f = m_binding.functions();
-  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](VAL_TASK_ID* task) {
+  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) {
     return f.deleteObject(m_token.identification(), m_token.identificationLength(), object, task);
   });
   if (result::failed(outcome.code)) logging::error(m_log, "delete object failed (0x%016llx)", hex(outcome.code));

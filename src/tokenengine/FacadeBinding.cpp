@@ -1,5 +1,8 @@
 #include "tokenengine/FacadeBinding.h"
 
+#include <cstddef>
+#include <cstring>
+
 #include "items/ItemStream.h"
 #include "items/ItemValues.h"
 #include "logging/LogScope.h"
@@ -11,7 +14,17 @@ namespace {
 
 using result::hex;
 
+// How deep the calling thread is inside callbacks of the library.
+thread_local int t_libraryCallbacks = 0;
+
+struct LibraryCallback {
+  LibraryCallback() noexcept { ++t_libraryCallbacks; }
+  ~LibraryCallback() { --t_libraryCallbacks; }
+};
+
 }  // namespace
+
+bool FacadeBinding::onLibraryThread() noexcept { return t_libraryCallbacks > 0; }
 
 FacadeBinding::FacadeBinding(logging::Category& log) : m_log(log) {}
 
@@ -30,30 +43,15 @@ ExtendedResult FacadeBinding::initialize() {
   std::lock_guard<std::mutex> guard(m_initLock);
   if (m_initialized) return layer_codes::kSecondInitialization;
 
-  ExtendedResult code = result::success();
-  if (::GetFileAttributesW(kLibraryPath) == INVALID_FILE_ATTRIBUTES) {
-    code = layer_codes::kFacadeNotInstalled;
-    logging::error(m_log, "failed to load facade library (0x%016llx)", hex(code));
-    return code;
-  }
-  // Only a library whose signature holds is ever loaded: loading runs its code in LogonUI.
-  code = verifyFacadeSignature(kLibraryPath);
-  if (result::failed(code)) {
-    logging::error(m_log, "failed to load facade library (0x%016llx)", hex(code));
-    return code;
-  }
-  m_library = ::LoadLibraryW(kLibraryPath);
-  if (m_library == nullptr) {
-    code = result::fromWin32(::GetLastError());
-    logging::error(m_log, "can not load facade library...LoadLibrary failed (0x%016llx)", hex(code));
-    return code;
-  }
+  ExtendedResult code = loadCheckedLibrary();
+  if (result::failed(code)) return code;
   auto initializeLibrary = reinterpret_cast<ValInitializeFunction>(
-      reinterpret_cast<void*>(::GetProcAddress(m_library, "VALInitialize")));
+      reinterpret_cast<void*>(::GetProcAddress(m_library.get(), "VALInitialize")));
   if (initializeLibrary == nullptr) {
     code = result::fromWin32(::GetLastError());
     logging::error(m_log, "can not obtain init function from library...GetProcAddress failed (0x%016llx)",
                    hex(code));
+    m_library.reset();  // a later attempt loads it afresh, not a second time
     return code;
   }
 
@@ -68,9 +66,15 @@ ExtendedResult FacadeBinding::initialize() {
   m_block.magic = kValMagic;
   m_block.count = kValBlockCount;
   code = initializeLibrary(&m_block, kValBlockCount);
-  if (result::failed(code) || m_block.functions == nullptr) {
-    if (result::succeeded(code)) code = layer_codes::kInvalidResponse;
+  if (result::failed(code)) {
     logging::error(m_log, "init facade library failed (0x%016llx)", hex(code));
+    m_library.reset();
+    return code;
+  }
+  if (!usableFunctionTable(m_block.functions)) {
+    code = layer_codes::kIncompatibleLibrary;
+    logging::error(m_log, "init facade library failed (0x%016llx)", hex(code));
+    abandonLibrary(m_block.functions);
     return code;
   }
   m_functions = m_block.functions;
@@ -78,14 +82,106 @@ ExtendedResult FacadeBinding::initialize() {
   return code;
 }
 
-FacadeBinding::TaskOutcome FacadeBinding::runTask(const std::function<VAL_RESULT(VAL_TASK_ID*)>& start) {
+ExtendedResult FacadeBinding::loadCheckedLibrary() {
+  // Held open, shared for reading only, from the check to the load: nobody can write, rename,
+  // delete or replace the file in between.
+  UniqueHandle file(::CreateFileW(kLibraryPath, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+  ExtendedResult code = result::success();
+  if (!file) {
+    const DWORD error = ::GetLastError();
+    code = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ? layer_codes::kFacadeNotInstalled
+                                                                          : result::fromWin32(error);
+    logging::error(m_log, "failed to load facade library (0x%016llx)", hex(code));
+    return code;
+  }
+  // Only a library whose signature holds is ever loaded: loading runs its code in LogonUI.
+  code = verifyFacadeSignature(kLibraryPath, file.get());
+  if (result::failed(code)) {
+    logging::error(m_log, "failed to load facade library (0x%016llx)", hex(code));
+    return code;
+  }
+  // CredUI runs in any program: the library's dependencies must not come from that program's
+  // folder.
+  m_library.reset(::LoadLibraryExW(kLibraryPath, nullptr,
+                                   LOAD_LIBRARY_SEARCH_SYSTEM32 | LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR));
+  if (!m_library) {
+    code = result::fromWin32(::GetLastError());
+    logging::error(m_log, "can not load facade library...LoadLibrary failed (0x%016llx)", hex(code));
+  }
+  return code;
+}
+
+namespace {
+
+struct TableEntry {
+  const char* name;
+  std::size_t offset;
+};
+#define LM2_TABLE_ENTRY(entry) TableEntry{#entry, offsetof(ValFunctionTable, entry)}
+constexpr TableEntry kTableEntries[] = {
+    LM2_TABLE_ENTRY(getTokenList),   LM2_TABLE_ENTRY(getTokenCapabilities), LM2_TABLE_ENTRY(checkPin),
+    LM2_TABLE_ENTRY(askPin),         LM2_TABLE_ENTRY(findObjects),          LM2_TABLE_ENTRY(getObjectInfo),
+    LM2_TABLE_ENTRY(readObject),     LM2_TABLE_ENTRY(writeObject),          LM2_TABLE_ENTRY(createObject),
+    LM2_TABLE_ENTRY(deleteObject),   LM2_TABLE_ENTRY(initializeToken),      LM2_TABLE_ENTRY(changePin),
+    LM2_TABLE_ENTRY(getTaskResult),  LM2_TABLE_ENTRY(releaseTaskResult),    LM2_TABLE_ENTRY(unload),
+};
+#undef LM2_TABLE_ENTRY
+static_assert(sizeof kTableEntries / sizeof kTableEntries[0] ==
+                  (sizeof(ValFunctionTable) - offsetof(ValFunctionTable, getTokenList)) / sizeof(void (*)()),
+              "every entry of the table is checked");
+
+// The entry at `offset`, if the table's size covers it.
+void (*entryAt(const ValFunctionTable* functions, std::size_t offset))() {
+  if (functions == nullptr || functions->size < offset + sizeof(void (*)())) return nullptr;
+  void (*entry)();
+  std::memcpy(&entry, reinterpret_cast<const char*>(functions) + offset, sizeof entry);
+  return entry;
+}
+
+}  // namespace
+
+bool FacadeBinding::usableFunctionTable(const ValFunctionTable* functions) {
+  if (functions == nullptr || functions->size < sizeof(ValFunctionTable)) {
+    logging::error(m_log, "facade library function table is too small (%u bytes, %u needed)",
+                   functions ? functions->size : 0u, static_cast<unsigned>(sizeof(ValFunctionTable)));
+    return false;
+  }
+  for (const TableEntry& entry : kTableEntries) {
+    if (entryAt(functions, entry.offset) == nullptr) {
+      logging::error(m_log, "facade library function table has no entry '%s'", entry.name);
+      return false;
+    }
+  }
+  return true;
+}
+
+void FacadeBinding::abandonLibrary(const ValFunctionTable* functions) {
+  if (entryAt(functions, offsetof(ValFunctionTable, unload)) != nullptr) {
+    logging::debug(m_log, "call unload function in facade library is necessary");
+    functions->unload();
+    m_library.reset();
+    return;
+  }
+  logging::error(m_log, "facade library can not be stopped...it stays loaded");
+  m_library.release();
+}
+
+FacadeBinding::TaskOutcome FacadeBinding::runTask(const TaskStart& start) {
   TaskOutcome outcome;
-  if (!m_initialized || m_unloading) {
+  if (m_unloading) {
     outcome.code = layer_codes::kUnloading;
     return outcome;
   }
+  // The table is taken only once initialisation has published it.
+  const ValFunctionTable* functions = m_initialized ? m_functions.load() : nullptr;
+  if (functions == nullptr) {
+    outcome.code = layer_codes::kNotInitialized;
+    logging::error(m_log, "token engine is not initialized (0x%016llx)", hex(outcome.code));
+    return outcome;
+  }
   VAL_TASK_ID task = 0;
-  outcome.code = start(&task);
+  outcome.code = start(*functions, &task);
   if (result::failed(outcome.code)) return outcome;
   if (!waitForTokenEngineResult(task)) {
     logging::error(m_log, "abort waiting for result from token engine...unload was called");
@@ -93,8 +189,8 @@ FacadeBinding::TaskOutcome FacadeBinding::runTask(const std::function<VAL_RESULT
     return outcome;
   }
   if (items::CItemVector* filed = getTaskResult(task)) {
-    outcome.code = filed->getItemAs<items::CItemULongLong>(facade::kResultCode)->getValue();
-    outcome.response = items::cloneItem(filed->getItemAs<items::CItemVector>(facade::kResultResponse));
+    outcome.code = filed->getItemAs<items::CItemULongLong>(VAL_ITEM_RESULT_CODE)->getValue();
+    outcome.response = items::cloneItem(filed->getItemAs<items::CItemVector>(VAL_ITEM_RESPONSE));
   }
   deleteTaskResult(task);
   return outcome;
@@ -127,6 +223,7 @@ void FacadeBinding::deleteTaskResult(VAL_TASK_ID task) {
 }
 
 void VAL_CALL FacadeBinding::resultAvailableCallback(void* context, VAL_TASK_ID task) {
+  const LibraryCallback inside;
   try {
     static_cast<FacadeBinding*>(context)->fileResult(task);
   } catch (...) {
@@ -137,10 +234,11 @@ void VAL_CALL FacadeBinding::resultAvailableCallback(void* context, VAL_TASK_ID 
 void FacadeBinding::fileResult(VAL_TASK_ID task) {
   // The whole filing runs under the table lock, so that no waiter sees a half-filed result.
   std::lock_guard<std::mutex> guard(m_resultsLock);
-  if (m_unloading || m_functions == nullptr) return;
+  const ValFunctionTable* functions = m_functions.load();
+  if (m_unloading || functions == nullptr) return;
   const std::uint8_t* stream = nullptr;
   std::uint32_t length = 0;
-  const VAL_RESULT code = m_functions->getTaskResult(task, &stream, &length);
+  const VAL_RESULT code = functions->getTaskResult(task, &stream, &length);
   if (result::failed(code)) {
     logging::error(m_log, "failed to get token result (0x%016llx)", hex(code));
     return;
@@ -153,13 +251,13 @@ void FacadeBinding::fileResult(VAL_TASK_ID task) {
   }
   root.release();
   std::unique_ptr<items::CItemVector> result(vector);
-  m_functions->releaseTaskResult(task);
+  functions->releaseTaskResult(task);
 
-  const bool sane = result->getName() == facade::kResultRoot &&
-                    result->getItemAs<items::CItemULongLong>(facade::kResultTaskId) &&
-                    result->getItemAs<items::CItemULong>(facade::kResultFunction) &&
-                    result->getItemAs<items::CItemULongLong>(facade::kResultCode) &&
-                    result->getItemAs<items::CItemVector>(facade::kResultResponse);
+  const bool sane = result->getName() == VAL_ITEM_RESULT_ROOT &&
+                    result->getItemAs<items::CItemULongLong>(VAL_ITEM_TASK_ID) &&
+                    result->getItemAs<items::CItemULong>(VAL_ITEM_TASK_FUNCTION) &&
+                    result->getItemAs<items::CItemULongLong>(VAL_ITEM_RESULT_CODE) &&
+                    result->getItemAs<items::CItemVector>(VAL_ITEM_RESPONSE);
   if (!sane) {
     logging::error(m_log, "sanity check failed for result 0x%016llx", hex(task));
     return;
@@ -177,6 +275,7 @@ void VAL_CALL FacadeBinding::tokenRemovedCallback(void* context, const std::uint
 }
 
 void FacadeBinding::reportToken(bool added, const std::uint8_t* token, std::uint32_t length) {
+  const LibraryCallback inside;
   try {
     std::lock_guard<std::mutex> guard(m_eventLock);
     if (m_tokenEvent && token != nullptr) m_tokenEvent(added, Token(token, length));
@@ -187,9 +286,10 @@ void FacadeBinding::reportToken(bool added, const std::uint8_t* token, std::uint
 
 void FacadeBinding::beginUnload() {
   m_unloading = true;
-  if (m_initialized.exchange(false) && m_functions) {
+  const ValFunctionTable* functions = m_functions.load();
+  if (m_initialized.exchange(false) && functions) {
     logging::debug(m_log, "call unload function in facade library is necessary");
-    m_functions->unload();
+    functions->unload();
   }
 }
 
@@ -201,8 +301,7 @@ void FacadeBinding::freeLibrary() {
   }
   if (m_library) {
     logging::debug(m_log, "free facade library is necessary");
-    ::FreeLibrary(m_library);
-    m_library = nullptr;
+    m_library.reset();
   }
 }
 

@@ -27,4 +27,10 @@ inline constexpr ExtendedResult kObjectMissing = 0xE0000000E0100013ull;
 // offering to retry.
 inline constexpr ExtendedResult kFacadeNotInstalled = 0xE0000000E0100014ull;
 
+// Code 21: the library's function table is smaller than the provider needs or lacks an entry;
+// such a library is never called.
+inline constexpr ExtendedResult kIncompatibleLibrary = 0xE0000000E0100015ull;
+// Code 22: an operation came before the library was initialised (or after initialisation failed).
+inline constexpr ExtendedResult kNotInitialized = 0xE0000000E0100016ull;
+
 }  // namespace lm2::layer_codes

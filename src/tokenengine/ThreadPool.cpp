@@ -3,14 +3,35 @@
 #include <stdexcept>
 
 namespace lm2 {
+namespace {
 
-ThreadPool::ThreadPool() {
+// The pool the calling thread works for, if any.
+thread_local const ThreadPool* t_workerOf = nullptr;
+
+std::thread startThread(std::function<void()> body) { return std::thread(std::move(body)); }
+
+}  // namespace
+
+ThreadPool::ThreadPool() : ThreadPool(&startThread) {}
+
+ThreadPool::ThreadPool(const ThreadStarter& start) {
   m_workers.reserve(kWorkers);
-  for (std::size_t i = 0; i < kWorkers; ++i) m_workers.emplace_back([this] { work(); });
+  try {
+    for (std::size_t i = 0; i < kWorkers; ++i) m_workers.push_back(start([this] { work(); }));
+  } catch (...) {
+    // A joinable thread destroyed unjoined ends the process: take down the ones that started.
+    stop();
+    joinAll();
+    throw;
+  }
 }
 
 ThreadPool::~ThreadPool() {
   stop();
+  joinAll();
+}
+
+void ThreadPool::joinAll() noexcept {
   // A worker still joinable when the thread list is destroyed would end the process.
   for (std::thread& worker : m_workers) {
     if (worker.joinable()) worker.join();
@@ -25,6 +46,8 @@ void ThreadPool::stop() {
   m_wake.notify_all();
 }
 
+bool ThreadPool::isWorkerThread() const noexcept { return t_workerOf == this; }
+
 std::future<void> ThreadPool::enqueue(std::function<void()> task) {
   std::packaged_task<void()> packaged(std::move(task));
   std::future<void> done = packaged.get_future();
@@ -38,6 +61,7 @@ std::future<void> ThreadPool::enqueue(std::function<void()> task) {
 }
 
 void ThreadPool::work() {
+  t_workerOf = this;
   for (;;) {
     std::packaged_task<void()> task;
     {

@@ -17,9 +17,15 @@ namespace lm2 {
 class ThreadPool {
  public:
   static constexpr std::size_t kWorkers = 5;
+  // Starts one worker thread running `body`; throws std::system_error when no thread can be had.
+  using ThreadStarter = std::function<std::thread(std::function<void()> body)>;
 
   ThreadPool();
+  // Throws std::system_error when a worker cannot be started; the workers started before it have
+  // been stopped and joined by then, so nothing is left running.
+  explicit ThreadPool(const ThreadStarter& start);
   // Stops the pool: running tasks finish, queued tasks are dropped unstarted, all workers joined.
+  // Must not run on one of the pool's own workers (it would wait for itself): see isWorkerThread.
   ~ThreadPool();
   ThreadPool(const ThreadPool&) = delete;
   ThreadPool& operator=(const ThreadPool&) = delete;
@@ -28,8 +34,12 @@ class ThreadPool {
   std::future<void> enqueue(std::function<void()> task);
   void stop();
 
+  // Whether the calling thread is one of this pool's workers.
+  bool isWorkerThread() const noexcept;
+
  private:
   void work();
+  void joinAll() noexcept;
 
   std::mutex m_lock;
   std::condition_variable m_wake;

@@ -1,13 +1,29 @@
 #include "tokenengine/TokenEngineAbstractionLayer.h"
 
+#include <windows.h>
+
 #include "service/TokenAuthenticationNotice.h"
 
 namespace lm2 {
 
 std::atomic<TokenEngineAbstractionLayer*> g_pTokenEngine{nullptr};
 
-std::mutex& tokenEngineSingletonLock() {
-  static std::mutex lock;
+void SingletonLock::lock() {
+  std::unique_lock<std::mutex> guard(m_lock);
+  m_free.wait(guard, [this] { return !m_held; });
+  m_held = true;
+}
+
+void SingletonLock::unlock() {
+  {
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_held = false;
+  }
+  m_free.notify_one();
+}
+
+SingletonLock& tokenEngineSingletonLock() {
+  static SingletonLock lock;
   return lock;
 }
 
@@ -33,24 +49,87 @@ void TokenEngineAbstractionLayer::stopPool() {
   }
 }
 
+bool TokenEngineAbstractionLayer::destructionWaitsFor() const noexcept {
+  std::lock_guard<std::mutex> guard(m_poolLock);
+  return m_pool && m_pool->isWorkerThread();
+}
+
+void TokenEngineAbstractionLayer::failWithoutTask(const Context& context) noexcept {
+  try {
+    logging::error(m_log, "can not queue token engine operation (0x%016llx)",
+                   result::hex(result::allocationFailure()));
+    if (!context) return;
+    context->setResult(std::make_unique<AsyncResult>(result::allocationFailure()));
+    context->complete();
+  } catch (...) {
+    // Nothing is left to report it with.
+  }
+}
+
 int TokenEngineAbstractionLayer::AddRef() {
-  const int count = ++m_refCount;
-  logging::debug(m_log, "reference count of TokenEngineAbstractionLayer is %d", count);
-  return count;
+  int count = m_refCount.load();
+  do {
+    if (count <= 0) {
+      logging::warn(m_log, "reference count of TokenEngineAbstractionLayer is %d...layer is going away", count);
+      return 0;
+    }
+  } while (!m_refCount.compare_exchange_weak(count, count + 1));
+  logging::debug(m_log, "reference count of TokenEngineAbstractionLayer is %d", count + 1);
+  return count + 1;
 }
 
 int TokenEngineAbstractionLayer::Release() {
   const int count = --m_refCount;
   logging::debug(m_log, "reference count of TokenEngineAbstractionLayer is %d", count);
-  if (count == 0) {
-    std::lock_guard<std::mutex> guard(tokenEngineSingletonLock());
-    TokenEngineAbstractionLayer* expected = this;
-    if (!g_pTokenEngine.compare_exchange_strong(expected, nullptr)) {
-      logging::debug(m_log, "g_pTokenEngine was not me");
-    }
-    delete this;
+  if (count != 0) return count;
+
+  tokenEngineSingletonLock().lock();
+  TokenEngineAbstractionLayer* expected = this;
+  if (!g_pTokenEngine.compare_exchange_strong(expected, nullptr)) {
+    logging::debug(m_log, "g_pTokenEngine was not me");
   }
+  if (!destructionWaitsFor()) {
+    destroyHoldingSingletonLock();
+    return count;
+  }
+  // This thread is one that destruction joins: a thread of its own does it. It keeps the module
+  // that holds this code loaded until it has finished.
+  HMODULE module = nullptr;
+  ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                       reinterpret_cast<LPCWSTR>(&TokenEngineAbstractionLayer::destroyOnOwnThread), &module);
+  HANDLE thread = ::CreateThread(nullptr, 0, &TokenEngineAbstractionLayer::destroyOnOwnThread, this, 0, nullptr);
+  if (thread != nullptr) {
+    ::CloseHandle(thread);
+    return count;
+  }
+  // Without a thread the layer cannot be destroyed safely: it is left behind, stopped.
+  logging::error(m_log, "can not destroy TokenEngineAbstractionLayer (0x%016llx)",
+                 result::hex(result::fromWin32(::GetLastError())));
+  if (module != nullptr && module != ::GetModuleHandleW(nullptr)) ::FreeLibrary(module);
+  tokenEngineSingletonLock().unlock();
   return count;
+}
+
+TokenEngineAbstractionLayer* TokenEngineAbstractionLayer::acquirePublished() {
+  std::lock_guard<SingletonLock> guard(tokenEngineSingletonLock());
+  TokenEngineAbstractionLayer* layer = g_pTokenEngine.load();
+  return layer != nullptr && layer->AddRef() > 0 ? layer : nullptr;
+}
+
+void TokenEngineAbstractionLayer::destroyHoldingSingletonLock() noexcept {
+  delete this;
+  tokenEngineSingletonLock().unlock();
+}
+
+unsigned long __stdcall TokenEngineAbstractionLayer::destroyOnOwnThread(void* layer) {
+  static_cast<TokenEngineAbstractionLayer*>(layer)->destroyHoldingSingletonLock();
+  HMODULE module = nullptr;
+  if (::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                           reinterpret_cast<LPCWSTR>(&TokenEngineAbstractionLayer::destroyOnOwnThread), &module) &&
+      module != ::GetModuleHandleW(nullptr)) {
+    ::FreeLibraryAndExitThread(module, 0);  // the reference taken by Release
+  }
+  return 0;
 }
 
 service::TokenLogonRecord TokenEngineAbstractionLayer::logonRecordOf(const User& user) {
@@ -64,11 +143,13 @@ service::TokenLogonRecord TokenEngineAbstractionLayer::logonRecordOf(const User&
   return record;
 }
 
-void TokenEngineAbstractionLayer::NotifyTokenAuthentificationAsync(Context context, const User& user) {
-  queueOperation("TokenEngineAbstractionLayer::NotifyTokenAuthentificationAsync", std::move(context),
+void TokenEngineAbstractionLayer::NotifyTokenAuthentificationAsync(Context context, const User& user) try {
+  queueOperation("TokenEngineAbstractionLayer::NotifyTokenAuthentificationAsync", context,
                  [record = logonRecordOf(user)] {
                    return std::make_unique<AsyncResult>(service::notifyTokenAuthentification(record));
                  });
+} catch (...) {
+  failWithoutTask(context);
 }
 
 }  // namespace lm2

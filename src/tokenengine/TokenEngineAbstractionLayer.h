@@ -7,6 +7,7 @@
 // One layer exists per process, published in g_pTokenEngine and shared by reference counting.
 
 #include <atomic>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -25,8 +26,22 @@ class TokenEngineAbstractionLayer;
 
 // The process's layer, null while there is none.
 extern std::atomic<TokenEngineAbstractionLayer*> g_pTokenEngine;
-// Serialises the last release of the layer against the creation of the next one.
-std::mutex& tokenEngineSingletonLock();
+
+// Serialises the last release of the layer against the creation of the next one. It is held from
+// the moment the last reference is gone until the layer (and with it the token engine library) is
+// destroyed, also when that destruction runs on a thread of its own; a plain mutex could not be
+// handed to that thread, so this lock has no owner.
+class SingletonLock {
+ public:
+  void lock();
+  void unlock();
+
+ private:
+  std::mutex m_lock;
+  std::condition_variable m_free;
+  bool m_held = false;
+};
+SingletonLock& tokenEngineSingletonLock();
 
 class TokenEngineAbstractionLayer {
  public:
@@ -55,9 +70,17 @@ class TokenEngineAbstractionLayer {
 
   virtual ~TokenEngineAbstractionLayer();
 
+  // A reference for the caller. A layer whose last reference is already gone is not brought back:
+  // AddRef then answers 0 and the caller must not use it.
   int AddRef();
-  // The last release unpublishes and destroys the layer.
+  // The last release unpublishes and destroys the layer. Destruction waits for the pool's workers
+  // and the engine library's threads, so when the last release comes from one of those threads
+  // (a completion or a token event that drops the last reference) the layer is destroyed on a
+  // thread of its own instead.
   int Release();
+  // The published layer with a reference for the caller, or null when there is none (or it is
+  // going away).
+  static TokenEngineAbstractionLayer* acquirePublished();
 
   // The wire record of a user's token logon: token identification, qualified name, SID string.
   static service::TokenLogonRecord logonRecordOf(const User& user);
@@ -66,48 +89,68 @@ class TokenEngineAbstractionLayer {
   TokenEngineAbstractionLayer();
 
   // Runs `work` (returning std::unique_ptr<AsyncResult>) on a worker and completes `context`
-  // with its result. `operation` names the operation in the trace, e.g.
+  // with its result. The operations build `work` in a function-try-block that hands a failure to
+  // failWithoutTask, so that no exception (a copy of the arguments running out of memory) leaves
+  // an ...Async call. `operation` names the operation in the trace, e.g.
   // "TokenEngineAbstractionLayerDefault::GetTokenListAsync".
   template <class Work>
-  void queueOperation(const char* operation, Context context, Work work);
+  void queueOperation(const char* operation, const Context& context, Work work) noexcept;
 
   // Whether operations are still taken; the facade binding also refuses while it unloads.
   virtual bool acceptsOperations() const noexcept { return !m_stopped.load(); }
+  // Whether the calling thread is one that destruction waits for (a pool worker; concrete layers
+  // add the engine library's callback threads).
+  virtual bool destructionWaitsFor() const noexcept;
 
   // Stops the pool and joins its workers (running operations finish, queued ones never start).
   // Concrete layers call it before they release what their operations use.
   void stopPool();
 
+  // A task that could not be queued (memory is short): the context completes at once, on the
+  // calling thread, with the allocation failure, so that nobody waits for it forever.
+  void failWithoutTask(const Context& context) noexcept;
+
   logging::Category& m_log;
 
  private:
+  // Destroys the layer and then releases the singleton lock held for it.
+  void destroyHoldingSingletonLock() noexcept;
+  static unsigned long __stdcall destroyOnOwnThread(void* layer);
+
   std::unique_ptr<ThreadPool> m_pool;
   std::atomic<bool> m_stopped{false};
   std::atomic<int> m_refCount{1};
-  std::mutex m_poolLock;
+  mutable std::mutex m_poolLock;
 };
 
 template <class Work>
-void TokenEngineAbstractionLayer::queueOperation(const char* operation, Context context, Work work) {
-  logging::LogScope scope(m_log, operation);
-  std::lock_guard<std::mutex> guard(m_poolLock);
-  if (!acceptsOperations() || !m_pool || !context) return;
+void TokenEngineAbstractionLayer::queueOperation(const char* operation, const Context& context, Work work) noexcept {
+  // Called from LogonUI's threads: nothing may be thrown from here.
   try {
-    m_pool->enqueue([context, work = std::move(work)]() mutable {
-      std::unique_ptr<AsyncResult> outcome;
-      try {
-        outcome = work();
-      } catch (const std::bad_alloc&) {
-        outcome = std::make_unique<AsyncResult>(result::allocationFailure());
-      } catch (...) {
-        outcome = std::make_unique<AsyncResult>(result::fromHResult(static_cast<std::int32_t>(0x8000FFFF)));
-      }
-      context->setResult(std::move(outcome));
-      context->complete();
-    });
-  } catch (const std::runtime_error&) {
-    // The pool stopped in between: shutting down, no completion.
+    logging::LogScope scope(m_log, operation);
+    std::lock_guard<std::mutex> guard(m_poolLock);
+    if (!acceptsOperations() || !m_pool || !context) return;
+    try {
+      m_pool->enqueue([context, work = std::move(work)]() mutable {
+        std::unique_ptr<AsyncResult> outcome;
+        try {
+          outcome = work();
+        } catch (const std::bad_alloc&) {
+          outcome = std::make_unique<AsyncResult>(result::allocationFailure());
+        } catch (...) {
+          outcome = std::make_unique<AsyncResult>(result::fromHResult(static_cast<std::int32_t>(0x8000FFFF)));
+        }
+        context->setResult(std::move(outcome));
+        context->complete();
+      });
+      return;
+    } catch (...) {
+      // Out of memory for the task: fall through and report it.
+    }
+  } catch (...) {
+    // Copying the arguments or writing the trace failed: reported below as well.
   }
+  failWithoutTask(context);
 }
 
 }  // namespace lm2

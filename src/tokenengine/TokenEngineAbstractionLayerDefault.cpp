@@ -49,83 +49,112 @@ bool TokenEngineAbstractionLayerDefault::acceptsOperations() const noexcept {
   return TokenEngineAbstractionLayer::acceptsOperations() && !m_binding.isUnloading();
 }
 
+bool TokenEngineAbstractionLayerDefault::destructionWaitsFor() const noexcept {
+  // Destruction stops the library, which waits for its own threads.
+  return TokenEngineAbstractionLayer::destructionWaitsFor() || FacadeBinding::onLibraryThread();
+}
+
 // ---- asynchronous entry points: copy the arguments, run the operation on a worker ----
 
-void TokenEngineAbstractionLayerDefault::InitializeAsync(Context context) {
-  queueOperation("TokenEngineAbstractionLayerDefault::InitializeAsync", std::move(context),
+void TokenEngineAbstractionLayerDefault::InitializeAsync(Context context) try {
+  queueOperation("TokenEngineAbstractionLayerDefault::InitializeAsync", context,
                  [this] { return plain(initialize()); });
+} catch (...) {
+  failWithoutTask(context);
 }
 
-void TokenEngineAbstractionLayerDefault::GetTokenListAsync(Context context) {
-  queueOperation("TokenEngineAbstractionLayerDefault::GetTokenListAsync", std::move(context),
+void TokenEngineAbstractionLayerDefault::GetTokenListAsync(Context context) try {
+  queueOperation("TokenEngineAbstractionLayerDefault::GetTokenListAsync", context,
                  [this] { return getTokenList(); });
+} catch (...) {
+  failWithoutTask(context);
 }
 
-void TokenEngineAbstractionLayerDefault::ListUsersOnTokenAsync(Context context, const Token& token) {
-  queueOperation("TokenEngineAbstractionLayerDefault::ListUsersOnTokenAsync", std::move(context),
+void TokenEngineAbstractionLayerDefault::ListUsersOnTokenAsync(Context context, const Token& token) try {
+  queueOperation("TokenEngineAbstractionLayerDefault::ListUsersOnTokenAsync", context,
                  [this, token] { return listUserOnToken(token); });
+} catch (...) {
+  failWithoutTask(context);
 }
 
-void TokenEngineAbstractionLayerDefault::GetPasswordForUserAsync(Context context, const User& user) {
-  queueOperation("TokenEngineAbstractionLayerDefault::GetPasswordForUserAsync", std::move(context),
+void TokenEngineAbstractionLayerDefault::GetPasswordForUserAsync(Context context, const User& user) try {
+  queueOperation("TokenEngineAbstractionLayerDefault::GetPasswordForUserAsync", context,
                  [this, user] { return getPasswordForUser(user); });
+} catch (...) {
+  failWithoutTask(context);
 }
 
-void TokenEngineAbstractionLayerDefault::GetTokenCapabilitiesAsync(Context context, const Token& token) {
-  queueOperation("TokenEngineAbstractionLayerDefault::GetTokenCapabilitiesAsync", std::move(context),
+void TokenEngineAbstractionLayerDefault::GetTokenCapabilitiesAsync(Context context, const Token& token) try {
+  queueOperation("TokenEngineAbstractionLayerDefault::GetTokenCapabilitiesAsync", context,
                  [this, token] { return getTokenCapabilities(token); });
+} catch (...) {
+  failWithoutTask(context);
 }
 
-void TokenEngineAbstractionLayerDefault::CheckPINAsync(Context context, const User& user, const std::wstring& pin) {
-  queueOperation("TokenEngineAbstractionLayerDefault::CheckPINAsync", std::move(context),
+void TokenEngineAbstractionLayerDefault::CheckPINAsync(Context context, const User& user, const std::wstring& pin) try {
+  queueOperation("TokenEngineAbstractionLayerDefault::CheckPINAsync", context,
                  [this, user, pin = SecretWString(pin)] {
                    return plain(user.token() ? checkPIN(*user.token(), pin.get()) : layer_codes::kInvalidResponse);
                  });
+} catch (...) {
+  failWithoutTask(context);
 }
 
-void TokenEngineAbstractionLayerDefault::CheckPINAsync(Context context, const Token& token, const std::wstring& pin) {
-  queueOperation("TokenEngineAbstractionLayerDefault::CheckPINAsync", std::move(context),
+void TokenEngineAbstractionLayerDefault::CheckPINAsync(Context context, const Token& token, const std::wstring& pin) try {
+  queueOperation("TokenEngineAbstractionLayerDefault::CheckPINAsync", context,
                  [this, token, pin = SecretWString(pin)] { return plain(checkPIN(token, pin.get())); });
+} catch (...) {
+  failWithoutTask(context);
 }
 
-void TokenEngineAbstractionLayerDefault::AskPINAsync(Context context, const User& user) {
-  queueOperation("TokenEngineAbstractionLayerDefault::AskPINAsync", std::move(context), [this, user] {
+void TokenEngineAbstractionLayerDefault::AskPINAsync(Context context, const User& user) try {
+  queueOperation("TokenEngineAbstractionLayerDefault::AskPINAsync", context, [this, user] {
     return plain(user.token() ? askPIN(*user.token()) : layer_codes::kInvalidResponse);
   });
+} catch (...) {
+  failWithoutTask(context);
 }
 
 void TokenEngineAbstractionLayerDefault::ChangePasswordOfUserAsync(Context context, const User& user,
-                                                                   const std::wstring& newPassword) {
-  queueOperation("TokenEngineAbstractionLayerDefault::ChangePasswordOfUserAsync", std::move(context),
+                                                                   const std::wstring& newPassword) try {
+  queueOperation("TokenEngineAbstractionLayerDefault::ChangePasswordOfUserAsync", context,
                  [this, user, newPassword = SecretWString(newPassword)] {
                    return plain(changePasswordOfUser(user, newPassword.get()));
                  });
+} catch (...) {
+  failWithoutTask(context);
 }
 
 void TokenEngineAbstractionLayerDefault::InitializeTokenAsync(Context context, const Token& token,
                                                               const std::wstring& label, const std::wstring& pin,
-                                                              bool withoutPin) {
-  queueOperation("TokenEngineAbstractionLayerDefault::InitializeTokenAsync", std::move(context),
+                                                              bool withoutPin) try {
+  queueOperation("TokenEngineAbstractionLayerDefault::InitializeTokenAsync", context,
                  [this, token, label, pin = SecretWString(pin), withoutPin] {
                    return plain(initializeToken(token, label, pin.get(), withoutPin));
                  });
+} catch (...) {
+  failWithoutTask(context);
 }
 
 void TokenEngineAbstractionLayerDefault::ChangePINAsync(Context context, const Token& token,
-                                                        const std::wstring& oldPin, const std::wstring& newPin) {
-  queueOperation("TokenEngineAbstractionLayerDefault::ChangePINAsync", std::move(context),
+                                                        const std::wstring& oldPin, const std::wstring& newPin) try {
+  queueOperation("TokenEngineAbstractionLayerDefault::ChangePINAsync", context,
                  [this, token, oldPin = SecretWString(oldPin), newPin = SecretWString(newPin)] {
                    return plain(changePIN(token, oldPin.get(), newPin.get()));
                  });
+} catch (...) {
+  failWithoutTask(context);
 }
 
 void TokenEngineAbstractionLayerDefault::CreateCredentialAsync(Context context, const Token& token,
                                                                const std::wstring& account,
-                                                               const std::wstring& password) {
-  queueOperation("TokenEngineAbstractionLayerDefault::CreateCredentialAsync", std::move(context),
+                                                               const std::wstring& password) try {
+  queueOperation("TokenEngineAbstractionLayerDefault::CreateCredentialAsync", context,
                  [this, token, account, password = SecretWString(password)] {
                    return plain(createCredential(token, account, password.get()));
                  });
+} catch (...) {
+  failWithoutTask(context);
 }
 
 // ---- the operations, on a worker ----
@@ -133,14 +162,13 @@ void TokenEngineAbstractionLayerDefault::CreateCredentialAsync(Context context, 
 ExtendedResult TokenEngineAbstractionLayerDefault::initialize() { return m_binding.initialize(); }
 
 std::unique_ptr<AsyncResult> TokenEngineAbstractionLayerDefault::getTokenList() {
-  const ValFunctionTable& f = m_binding.functions();
-  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](VAL_TASK_ID* task) { return f.getTokenList(task); });
+  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) { return f.getTokenList(task); });
   std::vector<Token> tokens;
   if (result::failed(outcome.code)) {
     logging::error(m_log, "failed to get token list (0x%016llx)", hex(outcome.code));
     return std::make_unique<AsyncResultGetTokenList>(outcome.code, std::move(tokens));
   }
-  const auto* list = outcome.response ? outcome.response->getItemAs<items::CItemVector>(facade::kTokenList) : nullptr;
+  const auto* list = outcome.response ? outcome.response->getItemAs<items::CItemVector>(VAL_ITEM_TOKEN_LIST) : nullptr;
   if (list == nullptr) {
     logging::error(m_log, "result from token engine contains invalid data...missing token list");
     return std::make_unique<AsyncResultGetTokenList>(layer_codes::kInvalidResponse, std::move(tokens));
@@ -154,8 +182,7 @@ std::unique_ptr<AsyncResult> TokenEngineAbstractionLayerDefault::getTokenList() 
 }
 
 std::unique_ptr<AsyncResult> TokenEngineAbstractionLayerDefault::getTokenCapabilities(const Token& token) {
-  const ValFunctionTable& f = m_binding.functions();
-  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](VAL_TASK_ID* task) {
+  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) {
     return f.getTokenCapabilities(token.identification(), token.identificationLength(), task);
   });
   if (result::failed(outcome.code)) {
@@ -163,7 +190,7 @@ std::unique_ptr<AsyncResult> TokenEngineAbstractionLayerDefault::getTokenCapabil
     return plain(outcome.code);
   }
   const auto* root =
-      outcome.response ? outcome.response->getItemAs<items::CItemVector>(facade::kTokenCapabilityRoot) : nullptr;
+      outcome.response ? outcome.response->getItemAs<items::CItemVector>(TOKENCAPABILITY_ROOT) : nullptr;
   if (root == nullptr) {
     logging::error(m_log, "result from token engine contains invalid data...missing TOKENCAPABILITY_ROOT");
     return plain(layer_codes::kInvalidResponse);
@@ -305,12 +332,9 @@ ExtendedResult TokenEngineAbstractionLayerDefault::changePasswordOfUser(const Us
   ExtendedResult code = findPasswordObjects(user, objects, found);
   if (result::failed(code)) return code;
 
+  // The new password object is complete before an old one goes: a failure leaves the account
+  // with the password it had, never with none.
   const std::string link = found.front().object.application();
-  code = objects.deleteObject(found.front().handle);
-  if (result::failed(code)) {
-    logging::error(m_log, "failed to delete password object on token (0x%016llx)", hex(code));
-    return code;
-  }
   VAL_OBJECT replacement = 0;
   code = objects.createObject(CredentialObjects::kPrivateObject, link, replacement);
   if (result::failed(code)) {
@@ -318,8 +342,21 @@ ExtendedResult TokenEngineAbstractionLayerDefault::changePasswordOfUser(const Us
     return code;
   }
   code = objects.writeObject(replacement, storedText(password.text()));
-  if (result::failed(code)) logging::error(m_log, "failed to write new password on token (0x%016llx)", hex(code));
-  return code;
+  if (result::failed(code)) {
+    logging::error(m_log, "failed to write new password on token (0x%016llx)", hex(code));
+    objects.deleteObject(replacement);
+    return code;
+  }
+  // Every old password object goes, a stale second one included: it would be read first.
+  for (std::size_t i = 0; i < found.size(); ++i) {
+    code = objects.deleteObject(found[i].handle);
+    if (result::failed(code)) {
+      logging::error(m_log, "failed to delete password object on token (0x%016llx)", hex(code));
+      if (i == 0) objects.deleteObject(replacement);  // nothing changed yet: keep the old state whole
+      return code;
+    }
+  }
+  return result::success();
 }
 
 ExtendedResult TokenEngineAbstractionLayerDefault::createCredential(const Token& token, const std::wstring& account,
@@ -365,8 +402,7 @@ ExtendedResult TokenEngineAbstractionLayerDefault::createCredential(const Token&
 ExtendedResult TokenEngineAbstractionLayerDefault::checkPIN(const Token& token, const std::wstring& pin) {
   const SecretUtf8 utf8(pin);
   if (!utf8.valid()) return layer_codes::kInvalidText;
-  const ValFunctionTable& f = m_binding.functions();
-  const ExtendedResult code = m_binding.runTask([&](VAL_TASK_ID* task) {
+  const ExtendedResult code = m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) {
     return f.checkPin(token.identification(), token.identificationLength(), utf8.c_str(), task);
   }).code;
   if (result::failed(code)) logging::error(m_log, "failed to check pin for token (0x%016llx)", hex(code));
@@ -374,8 +410,7 @@ ExtendedResult TokenEngineAbstractionLayerDefault::checkPIN(const Token& token, 
 }
 
 ExtendedResult TokenEngineAbstractionLayerDefault::askPIN(const Token& token) {
-  const ValFunctionTable& f = m_binding.functions();
-  const ExtendedResult code = m_binding.runTask([&](VAL_TASK_ID* task) {
+  const ExtendedResult code = m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) {
     return f.askPin(token.identification(), token.identificationLength(), task);
   }).code;
   if (result::failed(code)) logging::error(m_log, "failed to ask pin for token (0x%016llx)", hex(code));
@@ -387,8 +422,7 @@ ExtendedResult TokenEngineAbstractionLayerDefault::initializeToken(const Token& 
   std::string labelUtf8;
   const SecretUtf8 pinUtf8(pin);
   if (!utf16ToUtf8(label, labelUtf8) || !pinUtf8.valid()) return layer_codes::kInvalidText;
-  const ValFunctionTable& f = m_binding.functions();
-  const ExtendedResult code = m_binding.runTask([&](VAL_TASK_ID* task) {
+  const ExtendedResult code = m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) {
     return f.initializeToken(token.identification(), token.identificationLength(), labelUtf8.c_str(),
                              pinUtf8.c_str(), withoutPin ? 1 : 0, task);
   }).code;
@@ -401,8 +435,7 @@ ExtendedResult TokenEngineAbstractionLayerDefault::changePIN(const Token& token,
   const SecretUtf8 oldUtf8(oldPin);
   const SecretUtf8 newUtf8(newPin);
   if (!oldUtf8.valid() || !newUtf8.valid()) return layer_codes::kInvalidText;
-  const ValFunctionTable& f = m_binding.functions();
-  const ExtendedResult code = m_binding.runTask([&](VAL_TASK_ID* task) {
+  const ExtendedResult code = m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) {
     return f.changePin(token.identification(), token.identificationLength(), oldUtf8.c_str(), newUtf8.c_str(), task);
   }).code;
   if (result::failed(code)) logging::error(m_log, "failed to change pin for token (0x%016llx)", hex(code));

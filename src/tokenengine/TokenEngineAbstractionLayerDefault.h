@@ -44,6 +44,7 @@ class TokenEngineAbstractionLayerDefault final : public TokenEngineAbstractionLa
 
  protected:
   bool acceptsOperations() const noexcept override;
+  bool destructionWaitsFor() const noexcept override;
 
  private:
   ExtendedResult initialize();

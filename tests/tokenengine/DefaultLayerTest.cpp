@@ -8,14 +8,15 @@
 #include <chrono>
 #include <cstdio>
 #include <condition_variable>
+#include <future>
 #include <regex>
 
 #include "DebugOutputCapture.h"
 #include "EngineControl.h"
+#include "InstalledServiceDouble.h"
 #include "TestRegistry.h"
 #include "settings/ProviderSettings.h"
 #include "tokenengine/CredentialObjects.h"
-#include "tokenengine/LayerRegistry.h"
 #include "tokenengine/LayerResultCodes.h"
 
 namespace lm2 {
@@ -74,6 +75,7 @@ class DefaultLayerTest : public ::testing::Test {
   }
   void TearDown() override {
     delete layer_;
+    if (descriptionFile_[0]) ::DeleteFileW(descriptionFile_);
     test::installEngineVariant(L"signed");
   }
 
@@ -86,10 +88,38 @@ class DefaultLayerTest : public ::testing::Test {
     ASSERT_EQ(engine_.loadDescription(description), 0);
   }
 
-  ExtendedResult initializeWith(const std::wstring& variant) {
+  ExtendedResult initializeWith(const std::wstring& variant, const char* description = nullptr) {
     EXPECT_TRUE(test::installEngineVariant(variant));
+    if (description) describeInFile(description);
     layer_ = new TokenEngineAbstractionLayerDefault();
-    return codeOf(run([&](auto c) { layer_->InitializeAsync(c); }));
+    const ExtendedResult code = codeOf(run([&](auto c) { layer_->InitializeAsync(c); }));
+    ::SetEnvironmentVariableW(L"LM2_VIRTUAL_TOKENS", nullptr);
+    return code;
+  }
+
+  // The engine reads this description when it is initialised.
+  void describeInFile(const char* description) {
+    wchar_t directory[MAX_PATH];
+    ASSERT_TRUE(::GetTempPathW(MAX_PATH, directory) && ::GetTempFileNameW(directory, L"vte", 0, descriptionFile_));
+    UniqueHandle file(::CreateFileW(descriptionFile_, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+    DWORD written = 0;
+    ::WriteFile(file.get(), description, static_cast<DWORD>(strlen(description)), &written, nullptr);
+    ::SetEnvironmentVariableW(L"LM2_VIRTUAL_TOKENS", descriptionFile_);
+  }
+
+  ExtendedResult checkPin(const wchar_t* pin) {
+    return codeOf(run([&](auto c) { layer_->CheckPINAsync(c, token_, pin); }));
+  }
+
+  // The kinds and contents of the objects on the token, as the engine shows them.
+  std::vector<std::string> objectsOnToken() {
+    const std::string state = engine_.state();
+    const std::regex object(R"re("dataHex":"([^"]*)","flags":\d+,"handle":\d+,"kind":(\d))re");
+    std::vector<std::string> found;
+    for (auto it = std::sregex_iterator(state.begin(), state.end(), object); it != std::sregex_iterator(); ++it) {
+      found.push_back((*it)[2].str() + ":" + (*it)[1].str());
+    }
+    return found;
   }
 
   std::vector<User> users(const Token& token) {
@@ -107,6 +137,7 @@ class DefaultLayerTest : public ::testing::Test {
   }
 
   const Token token_{kTokenId, sizeof kTokenId};
+  wchar_t descriptionFile_[MAX_PATH] = {};
   TokenEngineAbstractionLayerDefault* layer_ = nullptr;
   test::EngineControl engine_;
   test::DebugOutputCapture trace_;
@@ -116,7 +147,7 @@ TEST_F(DefaultLayerTest, SignedEngineInitialisesOnceAndOnlyOnce) {
   ASSERT_EQ(initializeWith(L"signed"), result::success());
   HMODULE loaded = ::GetModuleHandleW(L"VestaAccessLibrary.dll");
   ASSERT_NE(loaded, nullptr);
-  EXPECT_EQ(codeOf(run([&](auto c) { layer_->InitializeAsync(c); })), layer_codes::kSecondInitialization);
+  EXPECT_EQ(codeOf(run([&](auto c) { layer_->InitializeAsync(c); })), 0x6000000060100007ull);
   EXPECT_EQ(::GetModuleHandleW(L"VestaAccessLibrary.dll"), loaded);
   delete layer_;
   layer_ = nullptr;
@@ -138,12 +169,54 @@ TEST_F(DefaultLayerTest, RefusedLibrariesAreNeverLoaded) {
   EXPECT_EQ(trace_.count("failed to load facade library (0x"), 5u);
 }
 
-TEST_F(DefaultLayerTest, MissingLibraryIsCode20) {
-  const ExtendedResult code = initializeWith(L"");
-  EXPECT_EQ(code, layer_codes::kFacadeNotInstalled);
-  EXPECT_EQ(code & 0x2000000000000000ull, 0x2000000000000000ull);
-  EXPECT_EQ(code & 0xFFFF, 20u);
-  EXPECT_TRUE(result::failed(code)) << "must not pass as success before code 20 is tested";
+TEST_F(DefaultLayerTest, EveryInitialisationFailureIsLoggedAndLeavesNothingLoaded) {
+  EXPECT_EQ(initializeWith(L""), 0xE0000000E0100014ull) << "no engine installed: code 20";
+  EXPECT_TRUE(trace_.contains("failed to load facade library (0xe0000000e0100014)"));
+  delete layer_;
+
+  EXPECT_EQ(initializeWith(L"noinit"), 0x801000008007007Full);  // ERROR_PROC_NOT_FOUND
+  EXPECT_TRUE(trace_.contains("can not obtain init function from library...GetProcAddress failed (0x801000008007007f)"));
+  EXPECT_EQ(::GetModuleHandleW(L"VestaAccessLibrary.dll"), nullptr) << "freed, so a retry loads it once";
+  delete layer_;
+
+  EXPECT_EQ(initializeWith(L"signed", R"({"initialization":{"result":"C0100000C01000AC"}})"), 0xC0100000C01000ACull);
+  EXPECT_TRUE(trace_.contains("init facade library failed (0xc0100000c01000ac)"));
+  EXPECT_EQ(::GetModuleHandleW(L"VestaAccessLibrary.dll"), nullptr);
+  delete layer_;
+
+  // A table without an entry the layers call is never called: the library is stopped and freed.
+  EXPECT_EQ(initializeWith(L"signed", R"({"initialization":{"missingEntry":"changePin"}})"), 0xE0000000E0100015ull);
+  EXPECT_TRUE(trace_.contains("facade library function table has no entry 'changePin'"));
+  EXPECT_EQ(::GetModuleHandleW(L"VestaAccessLibrary.dll"), nullptr);
+  EXPECT_EQ(codeOf(run([&](auto c) { layer_->GetTokenListAsync(c); })), 0xE0000000E0100016ull) << "not initialised";
+  delete layer_;
+  layer_ = nullptr;
+}
+
+TEST_F(DefaultLayerTest, TooSmallFunctionTableIsRefusedAndTheLibraryWithoutUnloadStaysLoaded) {
+  EXPECT_EQ(initializeWith(L"signed", R"({"initialization":{"tableSize":40}})"), 0xE0000000E0100015ull);
+  EXPECT_TRUE(trace_.contains("facade library function table is too small (40 bytes, 128 needed)"));
+  // Its unload entry lies beyond the size it claims: freeing it would pull code from its threads.
+  EXPECT_TRUE(trace_.contains("facade library can not be stopped...it stays loaded"));
+  EXPECT_NE(::GetModuleHandleW(L"VestaAccessLibrary.dll"), nullptr);
+}
+
+TEST_F(DefaultLayerTest, DependenciesOfTheLibraryNeverComeFromTheProgramFolder) {
+  // VteDependency.dll lies beside this test program only.
+  EXPECT_EQ(initializeWith(L"dependent"), 0x801000008007007Eull);  // ERROR_MOD_NOT_FOUND
+  EXPECT_TRUE(trace_.contains("can not load facade library...LoadLibrary failed (0x801000008007007e)"));
+  delete layer_;
+  layer_ = nullptr;
+
+  wchar_t system[MAX_PATH];
+  ::GetSystemDirectoryW(system, MAX_PATH);
+  const std::wstring installed = std::wstring(system) + L"\\VteDependency.dll";
+  ASSERT_TRUE(::CopyFileW((test::programDirectory() + L"\\VteDependency.dll").c_str(), installed.c_str(), FALSE));
+  layer_ = new TokenEngineAbstractionLayerDefault();
+  EXPECT_EQ(codeOf(run([&](auto c) { layer_->InitializeAsync(c); })), result::success()) << "found in system32";
+  delete layer_;
+  layer_ = nullptr;
+  ::DeleteFileW(installed.c_str());
 }
 
 TEST_F(DefaultLayerTest, CredentialLifeCycleOnAVirtualToken) {
@@ -158,6 +231,10 @@ TEST_F(DefaultLayerTest, CredentialLifeCycleOnAVirtualToken) {
   ASSERT_NE(listed[0].token(), nullptr);
   EXPECT_TRUE(listed[0].token()->sameToken(token_));
   EXPECT_TRUE(trace_.contains("add user 'Administrators' to list"));
+  ExtendedResult code = 0;
+  EXPECT_EQ(passwordOf(listed[0], &code), L"");
+  EXPECT_EQ(code, 0xC0100000C0100007ull) << "the password object is private until the PIN was presented";
+  EXPECT_EQ(checkPin(L"1234"), result::success());
   EXPECT_EQ(passwordOf(listed[0]), L"S3cret!");
 
   EXPECT_EQ(codeOf(run([&](auto c) { layer_->ChangePasswordOfUserAsync(c, listed[0], L"N\u00e9w-P4ss"); })),
@@ -181,32 +258,70 @@ TEST_F(DefaultLayerTest, CredentialLifeCycleOnAVirtualToken) {
   EXPECT_EQ(links[1], links[2]);
 }
 
-TEST_F(DefaultLayerTest, FailedPrivateWriteLeavesNoHalfCredential) {
+TEST_F(DefaultLayerTest, FailedCredentialCreationLeavesNoHalfCredential) {
   start();
   engine_.failTaskAfter(kValTaskWriteObject, 1, 0xC0100000C01000AAull);  // the public write passes
   EXPECT_EQ(codeOf(run([&](auto c) { layer_->CreateCredentialAsync(c, token_, L"Administrators", L"pw"); })),
             0xC0100000C01000AAull);
   EXPECT_TRUE(trace_.contains("fail to write on private object (0xc0100000c01000aa)"));
-  EXPECT_EQ(engine_.state().find("\"kind\""), std::string::npos) << engine_.state();
-  EXPECT_TRUE(users(token_).empty());
-}
+  EXPECT_TRUE(objectsOnToken().empty()) << engine_.state();
 
-TEST_F(DefaultLayerTest, FailedPrivateCreationDeletesThePublicObject) {
-  start();
   engine_.failTaskAfter(kValTaskCreateObject, 1, 0xC0100000C01000ABull);
   EXPECT_EQ(codeOf(run([&](auto c) { layer_->CreateCredentialAsync(c, token_, L"Administrators", L"pw"); })),
             0xC0100000C01000ABull);
   EXPECT_TRUE(trace_.contains("fail to create private object (0xc0100000c01000ab)"));
-  EXPECT_EQ(engine_.state().find("\"kind\""), std::string::npos) << engine_.state();
+  EXPECT_TRUE(objectsOnToken().empty()) << engine_.state();
+}
+
+// An account with a stale second password object, as damaged token data may have it.
+constexpr char kTwoPasswordObjects[] = R"({"tokens":[{"id":"4C4D3201","objects":[
+    {"kind":1,"label":"1.3.6.1.4.1.7719.9117.1.1234.8.11","link":"L1","data":"Administrators"},
+    {"kind":2,"label":"1.3.6.1.4.1.7719.9117.1.1234.8.11","link":"L1","data":"first"},
+    {"kind":2,"label":"1.3.6.1.4.1.7719.9117.1.1234.8.11","link":"L1","data":"second"}]}]})";
+// "Administrators", "first", "second" and "new" as stored (UTF-8 with the zero byte), in hex.
+constexpr char kAccount[] = "1:41646D696E6973747261746F727300";
+constexpr char kFirst[] = "2:666972737400";
+constexpr char kSecond[] = "2:7365636F6E6400";
+constexpr char kNew[] = "2:6E657700";
+
+TEST_F(DefaultLayerTest, ChangingAPasswordReplacesEveryOldPasswordObject) {
+  start(kTwoPasswordObjects);
+  ASSERT_EQ(checkPin(L"1234"), result::success());
+  const User user = users(token_).at(0);
+  EXPECT_EQ(codeOf(run([&](auto c) { layer_->ChangePasswordOfUserAsync(c, user, L"new"); })), result::success());
+  EXPECT_EQ(objectsOnToken(), (std::vector<std::string>{kAccount, kNew}));
+  EXPECT_EQ(passwordOf(user), L"new");
+}
+
+TEST_F(DefaultLayerTest, AFailedPasswordChangeKeepsTheOldPassword) {
+  start(kTwoPasswordObjects);
+  ASSERT_EQ(checkPin(L"1234"), result::success());
+  const User user = users(token_).at(0);
+  const std::vector<std::string> before = {kAccount, kFirst, kSecond};
+  auto change = [&] { return codeOf(run([&](auto c) { layer_->ChangePasswordOfUserAsync(c, user, L"new"); })); };
+
+  engine_.failNextTask(kValTaskCreateObject, 0xC0100000C01000B1ull);
+  EXPECT_EQ(change(), 0xC0100000C01000B1ull);
+  EXPECT_TRUE(trace_.contains("failed to create password object on token (0xc0100000c01000b1)"));
+  EXPECT_EQ(objectsOnToken(), before);
+
+  engine_.failNextTask(kValTaskWriteObject, 0xC0100000C01000B2ull);
+  EXPECT_EQ(change(), 0xC0100000C01000B2ull);
+  EXPECT_TRUE(trace_.contains("failed to write new password on token (0xc0100000c01000b2)"));
+  EXPECT_EQ(objectsOnToken(), before) << "the new object is removed again";
+
+  engine_.failNextTask(kValTaskDeleteObject, 0xC0100000C01000B3ull);
+  EXPECT_EQ(change(), 0xC0100000C01000B3ull);
+  EXPECT_TRUE(trace_.contains("failed to delete password object on token (0xc0100000c01000b3)"));
+  EXPECT_EQ(objectsOnToken(), before);
+  EXPECT_EQ(passwordOf(user), L"first");
 }
 
 TEST_F(DefaultLayerTest, SecondPasswordObjectIsToleratedWithAWarning) {
-  start(R"({"tokens":[{"id":"4C4D3201","objects":[
-      {"kind":1,"label":"1.3.6.1.4.1.7719.9117.1.1234.8.11","link":"L1","data":"Administrators"},
-      {"kind":2,"label":"1.3.6.1.4.1.7719.9117.1.1234.8.11","link":"L1","data":"first"},
-      {"kind":2,"label":"1.3.6.1.4.1.7719.9117.1.1234.8.11","link":"L1","data":"second"}]}]})");
+  start(kTwoPasswordObjects);
   const auto listed = users(token_);
   ASSERT_EQ(listed.size(), 1u);
+  EXPECT_EQ(checkPin(L"1234"), result::success());
   EXPECT_EQ(passwordOf(listed[0]), L"first");
   EXPECT_TRUE(trace_.contains(
       "more than one password object for user 'Administrators' exist...token data may be corrupted"));
@@ -243,7 +358,7 @@ TEST_F(DefaultLayerTest, BlackListedDomainsAreNotOffered) {
 TEST_F(DefaultLayerTest, PinChecksAndThePinPad) {
   start(R"({"tokens":[{"id":"4C4D3201","pin":"1234","retries":3,"pinPad":true,"pinPadDelayMs":300}]})");
   EXPECT_EQ(codeOf(run([&](auto c) { layer_->CheckPINAsync(c, token_, L"1234"); })), result::success());
-  EXPECT_EQ(codeOf(run([&](auto c) { layer_->CheckPINAsync(c, token_, L"0000"); })), facade::kWrongPin);
+  EXPECT_EQ(codeOf(run([&](auto c) { layer_->CheckPINAsync(c, token_, L"0000"); })), VAL_E_WRONG_PIN);
   EXPECT_TRUE(trace_.contains("failed to check pin for token (0xc0100000c0100001)"));
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(codeOf(run([&](auto c) { layer_->AskPINAsync(c, User(L"x", &token_)); })), result::success());
@@ -294,22 +409,59 @@ TEST_F(DefaultLayerTest, TokenListAndTokenEvents) {
   EXPECT_FALSE(events[1].first);
 }
 
-TEST_F(DefaultLayerTest, MalformedResultsNeverReachAWaiterAndUnloadingEndsTheWait) {
+TEST_F(DefaultLayerTest, ResultsAreReadByTheirLiteralItemNames) {
+  start();
+  // A token list result written out by hand: "res" { "ti" 1, "tfi" 1, "te" success,
+  // "resp" { "tl" { "t" 4C4D3201, "t" BEEF } } }.
+  const std::uint8_t golden[] = {
+      0x53, 0x52, 0x70, 0x00, 0x00, 0x00, 0x06, 0x04, 0x00, 0x00, 0x00, 0x72, 0x65, 0x73, 0x00, 0x04,
+      0x00, 0x00, 0x00, 0x04, 0x03, 0x00, 0x00, 0x00, 0x74, 0x69, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00,
+      0x00, 0x00, 0x00, 0x03, 0x04, 0x00, 0x00, 0x00, 0x74, 0x66, 0x69, 0x00, 0x01, 0x00, 0x00, 0x00,
+      0x04, 0x03, 0x00, 0x00, 0x00, 0x74, 0x65, 0x00, 0x00, 0x00, 0x10, 0x20, 0x00, 0x00, 0x00, 0x20,
+      0x06, 0x05, 0x00, 0x00, 0x00, 0x72, 0x65, 0x73, 0x70, 0x00, 0x01, 0x00, 0x00, 0x00, 0x06, 0x03,
+      0x00, 0x00, 0x00, 0x74, 0x6c, 0x00, 0x02, 0x00, 0x00, 0x00, 0x05, 0x02, 0x00, 0x00, 0x00, 0x74,
+      0x00, 0x04, 0x00, 0x00, 0x00, 0x4c, 0x4d, 0x32, 0x01, 0x05, 0x02, 0x00, 0x00, 0x00, 0x74, 0x00,
+      0x02, 0x00, 0x00, 0x00, 0xbe, 0xef, 0x2e, 0xf0, 0x7f, 0xe9, 0x42, 0x57};
+  engine_.deliverNextResult(golden, sizeof golden);
+  auto context = run([&](auto c) { layer_->GetTokenListAsync(c); });
+  const auto* list = context->getResultAs<AsyncResultGetTokenList>();
+  ASSERT_NE(list, nullptr);
+  EXPECT_EQ(list->getResultCode(), 0x2000000020100000ull);
+  ASSERT_EQ(list->getTokens().size(), 2u);
+  EXPECT_TRUE(list->getTokens()[0].sameToken(token_));
+}
+
+TEST_F(DefaultLayerTest, MalformedResultsNeverReachAWaiter) {
   start();
   Waiter waiter;
-  engine_.malformNextResult(1);  // root named "result"
-  layer_->GetTokenListAsync(waiter.context());
-  engine_.malformNextResult(0);
-  std::this_thread::sleep_for(500ms);
+  struct Case {
+    std::uint32_t how;
+    const char* text;
+  };
+  const Case cases[] = {{1, "sanity check failed for result 0x0000000000000001"},  // root "result"
+                        {2, "sanity check failed for result 0x0000000000000002"},  // no "tfi"
+                        {4, "sanity check failed for result 0x0000000000000003"},  // no "te"
+                        {3, "failed to unpack result vector from stream for result 0x0000000000000004"}};
+  for (const Case& malformed : cases) {
+    engine_.malformNextResult(malformed.how);
+    layer_->GetTokenListAsync(waiter.context());
+    std::this_thread::sleep_for(400ms);
+    EXPECT_TRUE(trace_.contains(malformed.text)) << malformed.how;
+  }
   EXPECT_EQ(waiter.done(), 0);
-  EXPECT_TRUE(trace_.contains("sanity check failed for result 0x0000000000000001"));
+}
 
+TEST_F(DefaultLayerTest, UnloadingEndsAPendingWait) {
+  start();
+  Waiter waiter;
+  engine_.malformNextResult(1);
+  layer_->GetTokenListAsync(waiter.context());
+  std::this_thread::sleep_for(300ms);
   // The waiting worker polls every 100 ms: unloading ends its wait within about that.
   const auto begin = std::chrono::steady_clock::now();
   delete layer_;
   layer_ = nullptr;
   const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
-  RecordProperty("unload_ms", static_cast<int>(took.count()));
   std::printf("layer destroyed %d ms after unloading began\n", static_cast<int>(took.count()));
   EXPECT_LT(took, 600ms);
   EXPECT_TRUE(trace_.contains("abort waiting for result from token engine...unload was called"));
@@ -318,54 +470,28 @@ TEST_F(DefaultLayerTest, MalformedResultsNeverReachAWaiterAndUnloadingEndsTheWai
   EXPECT_EQ(waiter.done(), completed) << "nothing completes after the layer is gone";
 }
 
-TEST_F(DefaultLayerTest, ResultWithoutTaskFunctionFailsTheSanityCheck) {
+TEST_F(DefaultLayerTest, LastReleaseFromATokenEventDestroysTheLayerElsewhere) {
   start();
-  Waiter waiter;
-  engine_.malformNextResult(2);
-  layer_->GetTokenListAsync(waiter.context());
-  std::this_thread::sleep_for(500ms);
-  EXPECT_EQ(waiter.done(), 0);
-  EXPECT_TRUE(trace_.contains("sanity check failed for result 0x0000000000000001"));
-  engine_.malformNextResult(3);
-  layer_->GetTokenListAsync(waiter.context());
-  std::this_thread::sleep_for(500ms);
-  EXPECT_TRUE(trace_.contains("failed to unpack result vector from stream for result 0x0000000000000002"));
-  EXPECT_EQ(waiter.done(), 0);
+  std::promise<void> destroyed;
+  layer_->setTokenEventHandler([&](bool, const Token&) {
+    // The engine's own thread drops the last reference: destroying here would stop the engine
+    // from inside its thread.
+    layer_->Release();
+    layer_ = nullptr;
+    destroyed.set_value();
+  });
+  EXPECT_EQ(engine_.insertToken(R"({"id":"BEEF"})"), 0);
+  ASSERT_EQ(destroyed.get_future().wait_for(10s), std::future_status::ready);
+  for (int i = 0; i < 50 && ::GetModuleHandleW(L"VestaAccessLibrary.dll") != nullptr; ++i) {
+    std::this_thread::sleep_for(100ms);
+  }
+  EXPECT_EQ(::GetModuleHandleW(L"VestaAccessLibrary.dll"), nullptr) << "destroyed and freed";
 }
 
 TEST_F(DefaultLayerTest, DeletingAnUnknownTaskIsLogged) {
   FacadeBinding binding(logging::getCategory(logging::categories::kTokenEngineAbstractionLayer));
   binding.deleteTaskResult(0x1234);
   EXPECT_TRUE(trace_.contains("can not delete non existing task '0x0000000000001234'"));
-}
-
-TEST_F(DefaultLayerTest, LayerNamesFallBackToDefault) {
-  EXPECT_EQ(registeredLayerName("Default"), "Default");
-  EXPECT_EQ(registeredLayerName("Kaldera"), "Kaldera");
-  EXPECT_EQ(registeredLayerName("Unknown"), "Default");
-  TokenEngineAbstractionLayer* layer = createTokenEngineLayer("Unknown");
-  EXPECT_NE(dynamic_cast<TokenEngineAbstractionLayerDefault*>(layer), nullptr);
-  layer->Release();
-}
-
-TEST_F(DefaultLayerTest, DescriptionFileNamedByTheEnvironment) {
-  wchar_t directory[MAX_PATH];
-  wchar_t file[MAX_PATH];
-  ASSERT_TRUE(::GetTempPathW(MAX_PATH, directory) && ::GetTempFileNameW(directory, L"vte", 0, file));
-  HANDLE handle = ::CreateFileW(file, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-  const char description[] = R"({"tokens":[{"id":"0102"},{"id":"0304"}]})";
-  DWORD written = 0;
-  ::WriteFile(handle, description, sizeof description - 1, &written, nullptr);
-  ::CloseHandle(handle);
-  ::SetEnvironmentVariableW(L"LM2_VIRTUAL_TOKENS", file);
-  layer_ = new TokenEngineAbstractionLayerDefault();
-  ASSERT_EQ(codeOf(run([&](auto c) { layer_->InitializeAsync(c); })), result::success());
-  auto context = run([&](auto c) { layer_->GetTokenListAsync(c); });
-  ::SetEnvironmentVariableW(L"LM2_VIRTUAL_TOKENS", nullptr);
-  ::DeleteFileW(file);
-  const auto* list = context->getResultAs<AsyncResultGetTokenList>();
-  ASSERT_NE(list, nullptr);
-  EXPECT_EQ(list->getTokens().size(), 2u);
 }
 
 }  // namespace

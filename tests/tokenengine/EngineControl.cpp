@@ -55,6 +55,7 @@ EngineControl EngineControl::ofLoadedEngine() {
   bind(module, "VteFailTaskAfter", control.failTaskAfter);
   bind(module, "VteDelayTasks", control.delayTasks);
   bind(module, "VteMalformNextResult", control.malformNextResult);
+  bind(module, "VteDeliverNextResult", control.deliverNextResult);
   bind(module, "VteDescribe", control.describe);
   return control;
 }

@@ -25,6 +25,7 @@ struct EngineControl {
   void(__cdecl* failTaskAfter)(std::uint32_t, std::uint32_t, std::uint64_t) = nullptr;
   void(__cdecl* delayTasks)(std::uint32_t) = nullptr;
   void(__cdecl* malformNextResult)(std::uint32_t) = nullptr;
+  void(__cdecl* deliverNextResult)(const std::uint8_t*, std::uint32_t) = nullptr;
   std::uint32_t(__cdecl* describe)(char*, std::uint32_t) = nullptr;
 
   static EngineControl ofLoadedEngine();

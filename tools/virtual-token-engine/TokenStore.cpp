@@ -35,7 +35,7 @@ VirtualToken TokenStore::parseToken(const void* node) {
   if (token.id.empty()) throw std::invalid_argument("token without id");
   token.label = t.value("label", "");
   token.initialized = t.value("initialized", true);
-  token.pin = t.value("pin", "1234");
+  token.pin = SecretString(t.value("pin", "1234"));
   token.retries = token.retriesLeft = t.value("retries", 3);
   token.nullPin = t.value("nullPin", false);
   token.nullPinPossible = t.value("nullPinPossible", true);
@@ -52,11 +52,10 @@ VirtualToken TokenStore::parseToken(const void* node) {
     object.link = o.value("link", "");
     object.flags = o.value("flags", 0u);
     if (o.contains("dataHex")) {
-      object.data = fromHex(o.at("dataHex").get<std::string>());
+      object.data = WipedBytes(fromHex(o.at("dataHex").get<std::string>()));
     } else {
       const std::string text = o.value("data", "");
-      object.data.assign(text.begin(), text.end());
-      object.data.push_back(0);
+      object.data = WipedBytes(reinterpret_cast<const std::uint8_t*>(text.c_str()), text.size() + 1);
     }
     token.objects.push_back(std::move(object));
   }
@@ -67,8 +66,15 @@ void TokenStore::load(const std::string& text) {
   const json description = json::parse(text);
   std::vector<VirtualToken> tokens;
   for (const json& t : description.value("tokens", json::array())) tokens.push_back(parseToken(&t));
+  InitializationFault fault;
+  if (const auto found = description.find("initialization"); found != description.end()) {
+    fault.result = std::stoull(found->value("result", "0"), nullptr, 16);
+    fault.tableSize = found->value("tableSize", 0u);
+    fault.missingEntry = found->value("missingEntry", "");
+  }
   std::lock_guard<std::mutex> guard(m_lock);
   m_tokens = std::move(tokens);
+  m_initializationFault = fault;
 }
 
 std::vector<std::uint8_t> TokenStore::insert(const std::string& text) {
@@ -91,6 +97,7 @@ bool TokenStore::remove(const std::vector<std::uint8_t>& id) {
   for (auto& token : m_tokens) {
     if (token.id == id && token.inserted) {
       token.inserted = false;
+      token.authenticated = false;
       return true;
     }
   }
@@ -106,6 +113,11 @@ VirtualToken* TokenStore::find(const std::uint8_t* id, std::uint32_t length) {
   return nullptr;
 }
 
+InitializationFault TokenStore::initializationFault() const {
+  std::lock_guard<std::mutex> guard(m_lock);
+  return m_initializationFault;
+}
+
 std::string TokenStore::describe() const {
   std::lock_guard<std::mutex> guard(m_lock);
   json tokens = json::array();
@@ -113,10 +125,11 @@ std::string TokenStore::describe() const {
     json objects = json::array();
     for (const auto& object : token.objects) {
       objects.push_back({{"handle", object.handle}, {"kind", object.kind}, {"label", object.label},
-                         {"link", object.link}, {"flags", object.flags}, {"dataHex", toHex(object.data)}});
+                         {"link", object.link}, {"flags", object.flags}, {"dataHex", toHex(object.data.bytes())}});
     }
     tokens.push_back({{"id", toHex(token.id)}, {"label", token.label}, {"initialized", token.initialized},
                       {"inserted", token.inserted}, {"retriesLeft", token.retriesLeft}, {"nullPin", token.nullPin},
+                      {"authenticated", token.authenticated},
                       {"objects", objects}});
   }
   return json{{"tokens", tokens}}.dump();

@@ -9,6 +9,11 @@
 //
 // Every member but "id" is optional. Object data is text (stored as UTF-8 with a zero byte, like
 // the provider stores it) or, as "dataHex", bytes.
+//
+// A description may also make the engine's initialisation misbehave, for tests of the provider's
+// checks: "initialization": { "result": "C0100000C0100010" (VALInitialize fails with it),
+// "tableSize": 40 (the function table claims this size), "missingEntry": "changePin" (that entry of
+// the table is null) }.
 
 #include <cstdint>
 #include <map>
@@ -16,7 +21,43 @@
 #include <string>
 #include <vector>
 
+#include "common/SecretText.h"
+
 namespace lm2::vte {
+
+// Bytes that may be a secret (a password object's content, a result stream): wiped whenever they
+// are replaced or released. The engine is loaded into the logon host for every demo.
+class WipedBytes {
+ public:
+  WipedBytes() = default;
+  WipedBytes(const std::uint8_t* data, std::size_t size) : m_bytes(data, data + size) {}
+  explicit WipedBytes(std::vector<std::uint8_t> bytes) : m_bytes(std::move(bytes)) {}
+  WipedBytes(const WipedBytes& other) : m_bytes(other.m_bytes) {}
+  WipedBytes(WipedBytes&& other) noexcept : m_bytes(std::move(other.m_bytes)) {}
+  WipedBytes& operator=(const WipedBytes& other) {
+    if (this != &other) {
+      wipe();
+      m_bytes = other.m_bytes;
+    }
+    return *this;
+  }
+  WipedBytes& operator=(WipedBytes&& other) noexcept {
+    if (this != &other) {
+      wipe();
+      m_bytes = std::move(other.m_bytes);
+    }
+    return *this;
+  }
+  ~WipedBytes() { wipe(); }
+
+  const std::uint8_t* data() const noexcept { return m_bytes.data(); }
+  std::size_t size() const noexcept { return m_bytes.size(); }
+  const std::vector<std::uint8_t>& bytes() const noexcept { return m_bytes; }
+
+ private:
+  void wipe() noexcept { secureWipe(m_bytes.data(), m_bytes.size()); }
+  std::vector<std::uint8_t> m_bytes;
+};
 
 struct VirtualObject {
   std::uint64_t handle = 0;
@@ -24,14 +65,25 @@ struct VirtualObject {
   std::string label;
   std::string link;
   std::uint32_t flags = 0;
-  std::vector<std::uint8_t> data;
+  WipedBytes data;
+};
+
+// Objects of this kind are private: readable only once the token's PIN was presented.
+inline constexpr std::uint32_t kPrivateKind = 2;
+
+struct InitializationFault {
+  std::uint64_t result = 0;     // VALInitialize fails with it (0: it does not)
+  std::uint32_t tableSize = 0;  // the function table's size field (0: the real size)
+  std::string missingEntry;     // the entry of the table that is null
 };
 
 struct VirtualToken {
   std::vector<std::uint8_t> id;
   std::string label;
   bool initialized = true;
-  std::string pin = "1234";
+  SecretString pin{"1234"};
+  // A PIN check or PIN pad entry succeeded since the token was connected or initialised.
+  bool authenticated = false;
   int retries = 3;
   int retriesLeft = 3;
   bool nullPin = false;
@@ -59,11 +111,14 @@ class TokenStore {
   VirtualToken* find(const std::uint8_t* id, std::uint32_t length);
   std::vector<VirtualToken>& tokens() { return m_tokens; }
   std::uint64_t nextHandle() { return ++m_lastHandle; }
+  // What the last description said about initialisation.
+  InitializationFault initializationFault() const;
 
  private:
   VirtualToken parseToken(const void* json);
   mutable std::mutex m_lock;
   std::vector<VirtualToken> m_tokens;
+  InitializationFault m_initializationFault;
   std::uint64_t m_lastHandle = 0x1000;
 };
 

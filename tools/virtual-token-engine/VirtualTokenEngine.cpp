@@ -24,13 +24,12 @@
 using namespace lm2;
 using namespace lm2::items;
 using namespace lm2::vte;
-namespace facade = lm2::facade;
 
 namespace {
 
-constexpr VAL_RESULT kSuccess = 0x2000000020100000ull;
-constexpr VAL_RESULT kBadCall = 0xC0100000C0100010ull;
-constexpr VAL_RESULT kNoSuchTask = 0xC0100000C0100011ull;
+constexpr VAL_RESULT kSuccess = VAL_SUCCESS;
+constexpr VAL_RESULT kBadCall = VAL_E_BAD_CALL;
+constexpr VAL_RESULT kNoSuchTask = VAL_E_NO_SUCH_TASK;
 
 // Builds the "resp" vector of one task and returns its result code.
 using Work = std::function<VAL_RESULT(CItemVector& response)>;
@@ -56,10 +55,12 @@ class Engine {
   }
 
   void unload() {
+    std::deque<Task> dropped;
     {
       std::lock_guard<std::mutex> guard(m_lock);
       if (!m_running) return;
       m_running = false;
+      dropped.swap(m_queue);  // their captured PINs and contents are wiped with them
     }
     m_wake.notify_all();
     if (m_worker.joinable()) m_worker.join();
@@ -100,11 +101,7 @@ class Engine {
 
   void release(VAL_TASK_ID task) {
     std::lock_guard<std::mutex> guard(m_resultsLock);
-    auto found = m_results.find(task);
-    if (found != m_results.end()) {
-      std::fill(found->second.begin(), found->second.end(), 0);
-      m_results.erase(found);
-    }
+    m_results.erase(task);  // wiped as it goes
   }
 
   const ValInitBlock& block() const { return m_block; }
@@ -119,6 +116,11 @@ class Engine {
   }
   void delay(std::uint32_t ms) { m_delayMs = ms; }
   void malformNext(std::uint32_t how) { m_malform = how; }
+  void replaceNext(const std::uint8_t* stream, std::uint32_t length) {
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_replacement = WipedBytes(stream, length);
+    m_replace = true;
+  }
 
  private:
   void run() {
@@ -156,22 +158,28 @@ class Engine {
         }
       }
     }
-    CItemVector response(facade::kResultResponse);
+    CItemVector response(VAL_ITEM_RESPONSE);
     if (!forced) code = task.work(response);
     const std::uint32_t malform = m_malform.exchange(0);
-    CItemVector root(malform == 1 ? "result" : facade::kResultRoot);
-    CItemULongLong id(facade::kResultTaskId, task.id);
-    CItemULong function(facade::kResultFunction, task.function);
-    CItemULongLong te(facade::kResultCode, code);
+    CItemVector root(malform == 1 ? "result" : VAL_ITEM_RESULT_ROOT);
+    CItemULongLong id(VAL_ITEM_TASK_ID, task.id);
+    CItemULong function(VAL_ITEM_TASK_FUNCTION, task.function);
+    CItemULongLong te(VAL_ITEM_RESULT_CODE, code);
     root.addItem(&id, false);
     if (malform != 2) root.addItem(&function, false);
-    root.addItem(&te, false);
+    if (malform != 4) root.addItem(&te, false);
     root.addItem(&response, false);
     SecureBuffer stream = packItem(root);
     if (malform == 3) stream.data()[stream.size() / 2] ^= 0xFF;
+    WipedBytes delivered(stream.data(), stream.size());
+    {
+      std::lock_guard<std::mutex> guard(m_lock);
+      if (m_replace) delivered = m_replacement;
+      m_replace = false;
+    }
     {
       std::lock_guard<std::mutex> guard(m_resultsLock);
-      m_results[task.id].assign(stream.data(), stream.data() + stream.size());
+      m_results[task.id] = std::move(delivered);
     }
     if (m_block.reportResults && m_block.resultAvailable) m_block.resultAvailable(m_block.callbackContext, task.id);
   }
@@ -187,8 +195,10 @@ class Engine {
   std::map<std::uint32_t, VAL_RESULT> m_failStart;
   std::atomic<std::uint32_t> m_delayMs{0};
   std::atomic<std::uint32_t> m_malform{0};
+  bool m_replace = false;
+  WipedBytes m_replacement;
   std::mutex m_resultsLock;
-  std::map<VAL_TASK_ID, std::vector<std::uint8_t>> m_results;
+  std::map<VAL_TASK_ID, WipedBytes> m_results;
 };
 
 Engine& engine() {
@@ -204,7 +214,7 @@ std::vector<std::uint8_t> tokenId(const std::uint8_t* token, std::uint32_t lengt
 VAL_RESULT onToken(const std::vector<std::uint8_t>& id, const std::function<VAL_RESULT(VirtualToken&)>& body) {
   std::lock_guard<std::mutex> guard(engine().store.lock());
   VirtualToken* token = engine().store.find(id.data(), static_cast<std::uint32_t>(id.size()));
-  return token ? body(*token) : facade::kTokenNotPresent;
+  return token ? body(*token) : VAL_E_TOKEN_NOT_PRESENT;
 }
 
 VirtualObject* findObject(VirtualToken& token, VAL_OBJECT handle) {
@@ -214,13 +224,17 @@ VirtualObject* findObject(VirtualToken& token, VAL_OBJECT handle) {
   return nullptr;
 }
 
+// A right PIN opens the token's private objects until it is removed or initialised; a wrong one
+// closes them again.
 VAL_RESULT checkPinOf(VirtualToken& token, const std::string& pin) {
-  if (token.retriesLeft <= 0) return facade::kPinLocked;
-  if ((token.nullPin && pin.empty()) || pin == token.pin) {
+  token.authenticated = false;
+  if (token.retriesLeft <= 0) return VAL_E_PIN_LOCKED;
+  if ((token.nullPin && pin.empty()) || pin == token.pin.get()) {
     token.retriesLeft = token.retries;
+    token.authenticated = true;
     return kSuccess;
   }
-  return --token.retriesLeft <= 0 ? facade::kPinLocked : facade::kWrongPin;
+  return --token.retriesLeft <= 0 ? VAL_E_PIN_LOCKED : VAL_E_WRONG_PIN;
 }
 
 void addBoolean(CItemVector& vector, const char* name, bool value) {
@@ -231,7 +245,7 @@ void addBoolean(CItemVector& vector, const char* name, bool value) {
 
 VAL_RESULT VAL_CALL getTokenList(VAL_TASK_ID* task) {
   return engine().start(kValTaskGetTokenList, [](CItemVector& response) {
-    auto list = std::make_unique<CItemVector>(facade::kTokenList);
+    auto list = std::make_unique<CItemVector>(VAL_ITEM_TOKEN_LIST);
     std::lock_guard<std::mutex> guard(engine().store.lock());
     for (const auto& token : engine().store.tokens()) {
       if (token.inserted) list->addItem(CItemBuffer::copyOf("t", token.id.data(), static_cast<std::uint32_t>(token.id.size())));
@@ -244,7 +258,7 @@ VAL_RESULT VAL_CALL getTokenList(VAL_TASK_ID* task) {
 VAL_RESULT VAL_CALL getTokenCapabilities(const std::uint8_t* t, std::uint32_t n, VAL_TASK_ID* task) {
   return engine().start(kValTaskGetTokenCapabilities, [id = tokenId(t, n)](CItemVector& response) {
     return onToken(id, [&](VirtualToken& token) {
-      auto root = std::make_unique<CItemVector>(facade::kTokenCapabilityRoot);
+      auto root = std::make_unique<CItemVector>(TOKENCAPABILITY_ROOT);
       addBoolean(*root, "tcii", token.initialized);
       addBoolean(*root, "tccbi", token.canInitialize);
       addBoolean(*root, "tcinpu", token.nullPin);
@@ -258,8 +272,8 @@ VAL_RESULT VAL_CALL getTokenCapabilities(const std::uint8_t* t, std::uint32_t n,
 }
 
 VAL_RESULT VAL_CALL checkPin(const std::uint8_t* t, std::uint32_t n, const char* pin, VAL_TASK_ID* task) {
-  return engine().start(kValTaskCheckPin, [id = tokenId(t, n), pin = std::string(pin ? pin : "")](CItemVector&) {
-    return onToken(id, [&](VirtualToken& token) { return checkPinOf(token, pin); });
+  return engine().start(kValTaskCheckPin, [id = tokenId(t, n), pin = SecretString(pin ? pin : "")](CItemVector&) {
+    return onToken(id, [&](VirtualToken& token) { return checkPinOf(token, pin.get()); });
   }, task);
 }
 
@@ -270,11 +284,14 @@ VAL_RESULT VAL_CALL askPin(const std::uint8_t* t, std::uint32_t n, VAL_TASK_ID* 
     const VAL_RESULT code = onToken(id, [&](VirtualToken& token) {
       delayMs = token.pinPadDelayMs;
       confirms = token.pinPadConfirms;
-      return token.pinPad ? kSuccess : facade::kNotSupported;
+      return token.pinPad ? kSuccess : VAL_E_NOT_SUPPORTED;
     });
     if (code != kSuccess) return code;
     ::Sleep(delayMs);  // the user types on the pad
-    return confirms ? kSuccess : facade::kPinPadCancelled;
+    return onToken(id, [&](VirtualToken& token) {
+      token.authenticated = confirms;
+      return confirms ? kSuccess : VAL_E_PIN_PAD_CANCELLED;
+    });
   }, task);
 }
 
@@ -285,17 +302,17 @@ VAL_RESULT VAL_CALL findObjects(const std::uint8_t* t, std::uint32_t n, const st
   if (filter == nullptr) return kBadCall;
   return engine().start(kValTaskFindObjects, [id = tokenId(t, n), parsed](CItemVector& response) {
     auto& q = static_cast<CItemVector&>(*parsed);
-    const auto* kind = q.getItemAs<CItemULong>(facade::kQueryKind);
-    const auto* label = q.getItemAs<CItemStringA>(facade::kQueryLabel);
-    const auto* link = q.getItemAs<CItemStringA>(facade::kQueryLink);
+    const auto* kind = q.getItemAs<CItemULong>(VAL_ITEM_QUERY_KIND);
+    const auto* label = q.getItemAs<CItemStringA>(VAL_ITEM_QUERY_LABEL);
+    const auto* link = q.getItemAs<CItemStringA>(VAL_ITEM_QUERY_LINK);
     return onToken(id, [&](VirtualToken& token) {
-      auto list = std::make_unique<CItemVector>(facade::kObjectList);
+      auto list = std::make_unique<CItemVector>(CITEM_NAME_OBJECT_LIST);
       for (const auto& object : token.objects) {
         if ((kind && kind->getValue() != object.kind) || (label && label->getValue() != object.label) ||
             (link && link->getValue() != object.link)) {
           continue;
         }
-        list->addItem(std::make_unique<CItemULongLong>(facade::kObject, object.handle));
+        list->addItem(std::make_unique<CItemULongLong>(CITEM_NAME_OBJECT, object.handle));
       }
       response.addItem(std::move(list));
       return kSuccess;
@@ -307,12 +324,12 @@ VAL_RESULT VAL_CALL getObjectInfo(const std::uint8_t* t, std::uint32_t n, VAL_OB
   return engine().start(kValTaskGetObjectInfo, [id = tokenId(t, n), handle](CItemVector& response) {
     return onToken(id, [&](VirtualToken& token) {
       VirtualObject* object = findObject(token, handle);
-      if (!object) return facade::kObjectNotFound;
-      auto info = std::make_unique<CItemVector>(facade::kObjectInfo);
-      info->addItem(std::make_unique<CItemStringA>(facade::kInfoApplication, object->link));
-      info->addItem(std::make_unique<CItemStringA>(facade::kInfoLabel, object->label));
-      info->addItem(std::make_unique<CItemULong>(facade::kInfoAttributes, object->kind));
-      info->addItem(std::make_unique<CItemULong>(facade::kInfoSize, static_cast<std::uint32_t>(object->data.size())));
+      if (!object) return VAL_E_OBJECT_NOT_FOUND;
+      auto info = std::make_unique<CItemVector>(CITEM_NAME_OBJECT_INFO);
+      info->addItem(std::make_unique<CItemStringA>(VAL_ITEM_INFO_APPLICATION, object->link));
+      info->addItem(std::make_unique<CItemStringA>(VAL_ITEM_INFO_LABEL, object->label));
+      info->addItem(std::make_unique<CItemULong>(VAL_ITEM_INFO_ATTRIBUTES, object->kind));
+      info->addItem(std::make_unique<CItemULong>(VAL_ITEM_INFO_SIZE, static_cast<std::uint32_t>(object->data.size())));
       response.addItem(std::move(info));
       return kSuccess;
     });
@@ -323,8 +340,9 @@ VAL_RESULT VAL_CALL readObject(const std::uint8_t* t, std::uint32_t n, VAL_OBJEC
   return engine().start(kValTaskReadObject, [id = tokenId(t, n), handle](CItemVector& response) {
     return onToken(id, [&](VirtualToken& token) {
       VirtualObject* object = findObject(token, handle);
-      if (!object) return facade::kObjectNotFound;
-      response.addItem(CItemBuffer::copyOf(facade::kObjectData, object->data.data(),
+      if (!object) return VAL_E_OBJECT_NOT_FOUND;
+      if (object->kind == kPrivateKind && !token.nullPin && !token.authenticated) return VAL_E_NOT_AUTHENTICATED;
+      response.addItem(CItemBuffer::copyOf(CITEM_NAME_OBJECT_DATA, object->data.data(),
                                            static_cast<std::uint32_t>(object->data.size())));
       return kSuccess;
     });
@@ -333,11 +351,11 @@ VAL_RESULT VAL_CALL readObject(const std::uint8_t* t, std::uint32_t n, VAL_OBJEC
 
 VAL_RESULT VAL_CALL writeObject(const std::uint8_t* t, std::uint32_t n, VAL_OBJECT handle, const std::uint8_t* data,
                                 std::uint32_t length, VAL_TASK_ID* task) {
-  std::vector<std::uint8_t> content = data ? std::vector<std::uint8_t>(data, data + length) : std::vector<std::uint8_t>{};
+  WipedBytes content = data ? WipedBytes(data, length) : WipedBytes();
   return engine().start(kValTaskWriteObject, [id = tokenId(t, n), handle, content](CItemVector&) {
     return onToken(id, [&](VirtualToken& token) {
       VirtualObject* object = findObject(token, handle);
-      if (!object) return facade::kObjectNotFound;
+      if (!object) return VAL_E_OBJECT_NOT_FOUND;
       object->data = content;
       return kSuccess;
     });
@@ -353,12 +371,12 @@ VAL_RESULT VAL_CALL createObject(const std::uint8_t* t, std::uint32_t n, const s
     return onToken(id, [&](VirtualToken& token) {
       VirtualObject object;
       object.handle = engine().store.nextHandle();
-      if (const auto* kind = d.getItemAs<CItemULong>(facade::kQueryKind)) object.kind = kind->getValue();
-      if (const auto* label = d.getItemAs<CItemStringA>(facade::kQueryLabel)) object.label = label->getValue();
-      if (const auto* link = d.getItemAs<CItemStringA>(facade::kQueryLink)) object.link = link->getValue();
+      if (const auto* kind = d.getItemAs<CItemULong>(VAL_ITEM_QUERY_KIND)) object.kind = kind->getValue();
+      if (const auto* label = d.getItemAs<CItemStringA>(VAL_ITEM_QUERY_LABEL)) object.label = label->getValue();
+      if (const auto* link = d.getItemAs<CItemStringA>(VAL_ITEM_QUERY_LINK)) object.link = link->getValue();
       if (const auto* flags = d.getItemAs<CItemULong>("flags")) object.flags = flags->getValue();
-      token.objects.push_back(object);
-      response.addItem(std::make_unique<CItemULongLong>(facade::kObject, object.handle));
+      token.objects.push_back(std::move(object));
+      response.addItem(std::make_unique<CItemULongLong>(CITEM_NAME_OBJECT, token.objects.back().handle));
       return kSuccess;
     });
   }, task);
@@ -373,7 +391,7 @@ VAL_RESULT VAL_CALL deleteObject(const std::uint8_t* t, std::uint32_t n, VAL_OBJ
           return kSuccess;
         }
       }
-      return facade::kObjectNotFound;
+      return VAL_E_OBJECT_NOT_FOUND;
     });
   }, task);
 }
@@ -382,12 +400,13 @@ VAL_RESULT VAL_CALL initializeToken(const std::uint8_t* t, std::uint32_t n, cons
                                     std::uint8_t withoutPin, VAL_TASK_ID* task) {
   return engine().start(kValTaskInitializeToken,
                         [id = tokenId(t, n), label = std::string(label ? label : ""),
-                         pin = std::string(pin ? pin : ""), withoutPin](CItemVector&) {
+                         pin = SecretString(pin ? pin : ""), withoutPin](CItemVector&) {
                           return onToken(id, [&](VirtualToken& token) {
-                            if (!token.canInitialize) return facade::kNotSupported;
+                            if (!token.canInitialize) return VAL_E_NOT_SUPPORTED;
                             token.initialized = true;
+                            token.authenticated = false;
                             token.label = label;
-                            token.pin = withoutPin ? "" : pin;
+                            token.pin = withoutPin ? SecretString() : pin;
                             token.nullPin = withoutPin != 0;
                             token.retriesLeft = token.retries;
                             token.objects.clear();
@@ -400,10 +419,10 @@ VAL_RESULT VAL_CALL initializeToken(const std::uint8_t* t, std::uint32_t n, cons
 VAL_RESULT VAL_CALL changePin(const std::uint8_t* t, std::uint32_t n, const char* oldPin, const char* newPin,
                               VAL_TASK_ID* task) {
   return engine().start(kValTaskChangePin,
-                        [id = tokenId(t, n), oldPin = std::string(oldPin ? oldPin : ""),
-                         newPin = std::string(newPin ? newPin : "")](CItemVector&) {
+                        [id = tokenId(t, n), oldPin = SecretString(oldPin ? oldPin : ""),
+                         newPin = SecretString(newPin ? newPin : "")](CItemVector&) {
                           return onToken(id, [&](VirtualToken& token) {
-                            const VAL_RESULT code = checkPinOf(token, oldPin);
+                            const VAL_RESULT code = checkPinOf(token, oldPin.get());
                             if (code == kSuccess) token.pin = newPin;
                             return code;
                           });
@@ -424,6 +443,19 @@ const ValFunctionTable kFunctions = {
     readObject, writeObject, createObject, deleteObject, initializeToken, changePin, getTaskResult,
     releaseTaskResult, unload,
 };
+
+// What VALInitialize hands out: the real table, or one that a description spoiled on purpose.
+ValFunctionTable g_offered;
+
+const ValFunctionTable* offeredTable(const InitializationFault& fault) {
+  g_offered = kFunctions;
+  if (fault.tableSize != 0) g_offered.size = fault.tableSize;
+#define VTE_CLEAR_ENTRY(entry) \
+  if (fault.missingEntry == #entry) g_offered.entry = nullptr;
+  VAL_FUNCTION_TABLE_ENTRIES(VTE_CLEAR_ENTRY)
+#undef VTE_CLEAR_ENTRY
+  return &g_offered;
+}
 
 // The description named by LM2_VIRTUAL_TOKENS, or by the registry value DescriptionFile under
 // HKLM\SOFTWARE\Corvana\Lumenar2\VirtualTokenEngine; none: no tokens.
@@ -458,13 +490,30 @@ void reportToken(bool added, const std::vector<std::uint8_t>& id) {
 
 }  // namespace
 
-extern "C" __declspec(dllexport) VAL_RESULT VAL_CALL VALInitialize(ValInitBlock* block, std::uint32_t count) {
+#if defined(VTE_WITH_DEPENDENCY)
+// A variant that needs a library of its own, found only where the loader is allowed to look.
+extern "C" __declspec(dllimport) int VteDependencyPresent();
+#endif
+
+#if defined(VTE_WITHOUT_INIT_EXPORT)
+// A variant that lacks the one export the provider looks for.
+#define VTE_INIT_EXPORT [[maybe_unused]] static
+#else
+#define VTE_INIT_EXPORT extern "C" __declspec(dllexport)
+#endif
+
+VTE_INIT_EXPORT VAL_RESULT VAL_CALL VALInitialize(ValInitBlock* block, std::uint32_t count) {
   if (block == nullptr || count != kValBlockCount || block->count != kValBlockCount || block->magic != kValMagic) {
     return kBadCall;
   }
+#if defined(VTE_WITH_DEPENDENCY)
+  if (!VteDependencyPresent()) return kBadCall;
+#endif
   loadConfiguredDescription();
+  const InitializationFault fault = engine().store.initializationFault();
+  if (fault.result != 0) return fault.result;
   const VAL_RESULT code = engine().initialize(block);
-  if (code == kSuccess) block->functions = &kFunctions;
+  if (code == kSuccess) block->functions = offeredTable(fault);
   return code;
 }
 
@@ -504,6 +553,7 @@ void VteFailTaskAfter(std::uint32_t function, std::uint32_t skip, std::uint64_t 
 void VteFailNextTaskStart(std::uint32_t function, std::uint64_t code) { engine().failNextStart(function, code); }
 void VteDelayTasks(std::uint32_t milliseconds) { engine().delay(milliseconds); }
 void VteMalformNextResult(std::uint32_t how) { engine().malformNext(how); }
+void VteDeliverNextResult(const std::uint8_t* stream, std::uint32_t length) { engine().replaceNext(stream, length); }
 
 std::uint32_t VteDescribe(char* buffer, std::uint32_t size) {
   const std::string text = engine().store.describe();

@@ -20,8 +20,11 @@ __declspec(dllexport) void VteFailTaskAfter(std::uint32_t function, std::uint32_
 __declspec(dllexport) void VteFailNextTaskStart(std::uint32_t function, std::uint64_t code);
 // Every task waits this long before it completes.
 __declspec(dllexport) void VteDelayTasks(std::uint32_t milliseconds);
-// The next result is delivered malformed: 1 root named "result", 2 without "tfi", 3 broken CRC.
+// The next result is delivered malformed: 1 root named "result", 2 without "tfi", 3 broken CRC,
+// 4 without "te".
 __declspec(dllexport) void VteMalformNextResult(std::uint32_t how);
+// The next result is delivered as exactly these bytes (a stream the test wrote by hand).
+__declspec(dllexport) void VteDeliverNextResult(const std::uint8_t* stream, std::uint32_t length);
 // The current state as JSON into `buffer`; returns the size needed including the zero byte.
 __declspec(dllexport) std::uint32_t VteDescribe(char* buffer, std::uint32_t size);
 }
