@@ -6,6 +6,8 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
+#include <future>
 #include <thread>
 
 #include "DebugOutputCapture.h"
@@ -21,8 +23,10 @@ using namespace std::chrono_literals;
 // are not used here.
 class ScriptedLayer final : public TokenEngineAbstractionLayer {
  public:
-  explicit ScriptedLayer(bool* destroyed = nullptr) : destroyed_(destroyed) {}
+  explicit ScriptedLayer(std::atomic<bool>* destroyed = nullptr, std::function<void()> onDestroy = nullptr)
+      : destroyed_(destroyed), onDestroy_(std::move(onDestroy)) {}
   ~ScriptedLayer() override {
+    if (onDestroy_) onDestroy_();
     stopPool();
     if (destroyed_) *destroyed_ = true;
   }
@@ -68,7 +72,8 @@ class ScriptedLayer final : public TokenEngineAbstractionLayer {
   }
 
  private:
-  bool* destroyed_;
+  std::atomic<bool>* destroyed_;
+  std::function<void()> onDestroy_;
   std::mutex lock_;
   std::condition_variable changed_;
   int running_ = 0;
@@ -110,7 +115,7 @@ class LayerBaseTest : public ::testing::Test {
 };
 
 TEST_F(LayerBaseTest, LastReleaseUnpublishesAndDestroysTheLayer) {
-  bool destroyed = false;
+  std::atomic<bool> destroyed{false};
   auto* layer = new ScriptedLayer(&destroyed);
   g_pTokenEngine = layer;
   EXPECT_EQ(layer->AddRef(), 2);
@@ -127,7 +132,7 @@ TEST_F(LayerBaseTest, LastReleaseUnpublishesAndDestroysTheLayer) {
 }
 
 TEST_F(LayerBaseTest, ReleasingALayerNoLongerPublishedLeavesTheGlobalAlone) {
-  bool destroyed = false;
+  std::atomic<bool> destroyed{false};
   auto* old = new ScriptedLayer(&destroyed);
   ScriptedLayer current;
   g_pTokenEngine = &current;
@@ -148,17 +153,35 @@ TEST_F(LayerBaseTest, CompletionRunsOnAWorkerWithTheResult) {
   EXPECT_TRUE(trace_.contains("ScriptedLayer::GetTokenListAsync [START]"));
 }
 
-TEST_F(LayerBaseTest, SixthConcurrentOperationWaitsForAFreeWorker) {
-  ScriptedLayer layer;
-  Completions completions;
-  for (int i = 0; i < 6; ++i) layer.GetTokenListAsync(completions.context());
-  ASSERT_TRUE(layer.waitForRunning(5));
-  std::this_thread::sleep_for(200ms);
-  EXPECT_EQ(layer.running(), 5);
-  layer.release(1);
-  ASSERT_TRUE(layer.waitForRunning(6));
-  layer.release(5);
-  EXPECT_TRUE(completions.waitFor(6));
+TEST_F(LayerBaseTest, LastReleaseFromACompletionDestroysTheLayerOnAnotherThread) {
+  std::atomic<bool> destroyed{false};
+  auto* layer = new ScriptedLayer(&destroyed);
+  g_pTokenEngine = layer;
+  // The completion runs on a worker of the layer and drops the last reference: destroying the
+  // layer there would join the worker from itself and end the process.
+  auto context = std::make_shared<CtxTokenEngine>([layer](CtxData&) { layer->Release(); });
+  layer->GetTokenListAsync(context);
+  layer->release(1);
+  for (int i = 0; i < 100 && !destroyed; ++i) std::this_thread::sleep_for(50ms);
+  EXPECT_TRUE(destroyed);
+  EXPECT_EQ(g_pTokenEngine.load(), nullptr);
+}
+
+TEST_F(LayerBaseTest, AddRefDoesNotBringBackALayerThatIsGoingAway) {
+  std::promise<void> destroying;
+  std::promise<void> mayFinish;
+  std::shared_future<void> finish = mayFinish.get_future().share();
+  auto* layer = new ScriptedLayer(nullptr, [&] {
+    destroying.set_value();
+    finish.wait();
+  });
+  g_pTokenEngine = layer;
+  std::thread last([layer] { layer->Release(); });
+  destroying.get_future().wait();
+  EXPECT_EQ(layer->AddRef(), 0) << "a reference to a layer in destruction";
+  mayFinish.set_value();
+  last.join();
+  EXPECT_EQ(TokenEngineAbstractionLayer::acquirePublished(), nullptr);
 }
 
 TEST_F(LayerBaseTest, NothingCompletesOnceShutdownHasBegun) {

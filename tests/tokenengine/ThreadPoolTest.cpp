@@ -7,6 +7,7 @@
 #include <chrono>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 namespace lm2 {
 namespace {
@@ -97,12 +98,16 @@ TEST(ThreadPool, StoppedPoolRefusesTasksAndStartsNoQueuedOne) {
   EXPECT_EQ(started.load(), 0);
 }
 
-TEST(ThreadPool, ExceptionOfATaskGoesToItsFuture) {
-  ThreadPool pool;
-  auto failing = pool.enqueue([] { throw std::logic_error("task failed"); });
-  EXPECT_THROW(failing.get(), std::logic_error);
-  auto next = pool.enqueue([] {});
-  EXPECT_EQ(next.wait_for(5s), std::future_status::ready);
+TEST(ThreadPool, AWorkerThatCannotStartFailsThePoolWithoutEndingTheProcess) {
+  int started = 0;
+  auto startTwo = [&](std::function<void()> body) {
+    if (started == 2) throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+    ++started;
+    return std::thread(std::move(body));
+  };
+  // Destroying the two running workers unjoined would call std::terminate.
+  EXPECT_THROW(ThreadPool pool(startTwo), std::system_error);
+  EXPECT_EQ(started, 2);
 }
 
 }  // namespace
