@@ -19,36 +19,39 @@ if(LM2_UNDER_WINE)
   set_tests_properties(wine.prefix.stop PROPERTIES FIXTURES_CLEANUP wine)
 endif()
 
-# lm2_add_wine_gtest(NAME SOURCES … [LIBRARIES …] [WINDOWS_VERSIONS win7 win10 …]
-#                    [RESOURCE_LOCK lock])
+# lm2_add_wine_gtest(NAME SOURCES … [LIBRARIES …] [WINDOWS_VERSIONS vista win7 win81 win10 …]
+#                    [GERMAN] [RESOURCE_LOCK lock])
 # RESOURCE_LOCK takes one name: a list would be flattened into the discovered tests' properties.
 # Builds a GoogleTest program for Windows and registers each of its tests as one CTest entry.
 # With WINDOWS_VERSIONS the same tests are linked once per version under the program name
 # NAME_<version>.exe; Wine reports that version to the program (AppDefaults), and the program finds
-# the expected version in LM2_EXPECTED_WINDOWS. (On Windows itself the version cannot be chosen:
-# one program is built and its version-bound tests skip.)
+# the expected version in its own name (test::expectedWindows). (On Windows itself the version
+# cannot be chosen: one program is built and its version-bound tests skip.) GERMAN adds a run
+# NAME_<last version>_de.exe with a German user interface (LC_ALL=de_DE.UTF-8).
 function(lm2_add_wine_gtest name)
-  cmake_parse_arguments(ARG "" "RESOURCE_LOCK" "SOURCES;LIBRARIES;WINDOWS_VERSIONS" ${ARGN})
+  cmake_parse_arguments(ARG "GERMAN" "RESOURCE_LOCK" "SOURCES;LIBRARIES;WINDOWS_VERSIONS" ${ARGN})
   add_library(${name}_objects OBJECT ${ARG_SOURCES})
   target_link_libraries(${name}_objects PUBLIC ${ARG_LIBRARIES} GTest::gmock lm2_options)
 
   set(variants "")
+  set(last_version "")
   if(ARG_WINDOWS_VERSIONS AND LM2_UNDER_WINE)
     foreach(version IN LISTS ARG_WINDOWS_VERSIONS)
-      list(APPEND variants "${name}_${version}|${version}")
+      list(APPEND variants "${name}_${version}|${version}|")
+      set(last_version ${version})
     endforeach()
   else()
-    list(APPEND variants "${name}|")
+    list(APPEND variants "${name}||")
+  endif()
+  if(ARG_GERMAN AND LM2_UNDER_WINE)
+    list(APPEND variants "${name}_${last_version}_de|${last_version}|de")
   endif()
 
   foreach(variant IN LISTS variants)
     string(REPLACE "|" ";" parts "${variant}")
     list(GET parts 0 exe)
-    list(LENGTH parts n)
-    set(version "")
-    if(n GREATER 1)
-      list(GET parts 1 version)
-    endif()
+    list(GET parts 1 version)
+    list(GET parts 2 language)
     add_executable(${exe} ${LM2_PROGRAM_MANIFEST_RC})
     target_include_directories(${exe} PRIVATE ${PROJECT_SOURCE_DIR}/tests/common ${PROJECT_SOURCE_DIR}/cmake)
     target_link_libraries(${exe} PRIVATE ${name}_objects GTest::gmock_main)
@@ -66,12 +69,15 @@ function(lm2_add_wine_gtest name)
       endif()
       list(APPEND props RESOURCE_LOCK ${ARG_RESOURCE_LOCK})
     endif()
+    # One variable at most: a list would be flattened into the discovered tests' properties.
+    set(prefix "")
     if(version)
       set_property(GLOBAL APPEND PROPERTY LM2_WINE_APPDEFAULTS "${exe}.exe|${version}")
-      list(APPEND props ENVIRONMENT LM2_EXPECTED_WINDOWS=${version})
       set(prefix "${version}.")
-    else()
-      set(prefix "")
+    endif()
+    if(language)
+      list(APPEND props ENVIRONMENT LC_ALL=de_DE.UTF-8)
+      set(prefix "${language}.${prefix}")
     endif()
     gtest_discover_tests(${exe}
       DISCOVERY_MODE PRE_TEST

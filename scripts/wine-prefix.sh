@@ -75,10 +75,14 @@ case $cmd in
     # instruction with "failed to map the shared user data": an address-space collision at process
     # start. Such a program ran nothing, so it is started again; without address randomisation the
     # collision has less room to happen at all. Its stderr is passed on after it ends.
+    # setarch is refused where the personality call is filtered (common container profiles):
+    # then programs start with randomisation, and the retry below still covers a collision.
+    launcher=(setarch "$(uname -m)" -R)
+    "${launcher[@]}" true 2>/dev/null || launcher=()
     errors=$(mktemp)
     for attempt in 1 2 3; do
       rc=0
-      setarch "$(uname -m)" -R wine "$@" 2>"$errors" || rc=$?
+      ${launcher[@]+"${launcher[@]}"} wine "$@" 2>"$errors" || rc=$?
       if [ "$rc" -ne 0 ] && grep -q 'failed to map the shared user data' "$errors"; then
         echo "wine-prefix: start-up collision, starting again (attempt $attempt)" >>"$log"
         continue

@@ -58,9 +58,32 @@ void deleteValue(const std::wstring& path, const wchar_t* name) {
   }
 }
 
-std::string expectedWindows() {
-  const char* value = std::getenv("LM2_EXPECTED_WINDOWS");
-  return value ? value : "";
+namespace {
+
+// The program's file name without folder and ".exe": NAME[_version][_de].
+std::string programName() {
+  char path[MAX_PATH] = {};
+  ::GetModuleFileNameA(nullptr, path, MAX_PATH);
+  std::string name = path;
+  name = name.substr(name.find_last_of("\\/") + 1);
+  return name.substr(0, name.rfind('.'));
 }
+
+bool endsWith(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+}  // namespace
+
+std::string expectedWindows() {
+  std::string name = programName();
+  if (endsWith(name, "_de")) name.resize(name.size() - 3);
+  for (const char* version : {"vista", "win7", "win81", "win10"}) {
+    if (endsWith(name, std::string("_") + version)) return version;
+  }
+  return "";
+}
+
+bool expectsGerman() { return endsWith(programName(), "_de"); }
 
 }  // namespace lm2::test

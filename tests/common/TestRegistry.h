@@ -21,7 +21,10 @@ void setRaw(const std::wstring& path, const wchar_t* name, DWORD type, const voi
 void createKey(const std::wstring& path);
 void deleteValue(const std::wstring& path, const wchar_t* name);
 
-// The Windows version this test program was started for ("win7", "win10"; empty when none).
+// The Windows version this test program was started for ("vista", "win7", "win81", "win10"; empty
+// when none), read from its own name.
 std::string expectedWindows();
+// Whether the program runs with a German user interface (its name ends in "_de").
+bool expectsGerman();
 
 }  // namespace lm2::test
