@@ -8,12 +8,15 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <sstream>
+
+#include "logging/TraceProperties.h"
 
 namespace lm2::logging {
-
-std::atomic<bool> DebugOutputCategory::active_{false};
-
 namespace {
+
+constexpr int kRootDefaultPriority = 600;  // log4cpp's root starts at INFO
+
 const char* priorityName(int priority) {
   switch (priority) {
     case DebugOutputCategory::kError: return "ERROR";
@@ -22,6 +25,62 @@ const char* priorityName(int priority) {
     default: return "DEBUG";
   }
 }
+
+// One file appender: records are appended whole, one writer at a time.
+class FileSink {
+ public:
+  explicit FileSink(const TraceFileAppender& appender) {
+    wchar_t path[MAX_PATH * 2] = {};
+    if (::MultiByteToWideChar(CP_UTF8, 0, appender.fileName.c_str(), -1, path, MAX_PATH * 2) == 0) return;
+    file_ = ::CreateFileW(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                          appender.append ? OPEN_ALWAYS : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  }
+  ~FileSink() {
+    if (file_ != INVALID_HANDLE_VALUE) ::CloseHandle(file_);
+  }
+  FileSink(const FileSink&) = delete;
+  FileSink& operator=(const FileSink&) = delete;
+
+  void write(const std::string& line) {
+    if (file_ == INVALID_HANDLE_VALUE) return;
+    std::lock_guard<std::mutex> guard(lock_);
+    DWORD written = 0;
+    ::WriteFile(file_, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+  }
+
+ private:
+  HANDLE file_ = INVALID_HANDLE_VALUE;
+  std::mutex lock_;
+};
+
+struct ActiveConfiguration {
+  TraceProperties properties;
+  std::map<std::string, std::shared_ptr<FileSink>> sinks;  // by appender name
+
+  int priorityOf(const std::string& category) const {
+    const auto rule = properties.categories.find(category);
+    if (rule != properties.categories.end() && rule->second.priority) return *rule->second.priority;
+    return properties.root.priority.value_or(kRootDefaultPriority);
+  }
+};
+
+std::mutex g_configurationLock;
+std::shared_ptr<const ActiveConfiguration> g_configuration;  // null: the trace is off
+
+std::shared_ptr<const ActiveConfiguration> currentConfiguration() {
+  std::lock_guard<std::mutex> guard(g_configurationLock);
+  return g_configuration;
+}
+
+std::string timestamp() {
+  SYSTEMTIME now;
+  ::GetLocalTime(&now);
+  char text[32];
+  std::snprintf(text, sizeof text, "%04u-%02u-%02u %02u:%02u:%02u.%03u", now.wYear, now.wMonth, now.wDay, now.wHour,
+                now.wMinute, now.wSecond, now.wMilliseconds);
+  return text;
+}
+
 }  // namespace
 
 DebugOutputCategory::Stream::~Stream() {
@@ -44,17 +103,37 @@ DebugOutputCategory& DebugOutputCategory::getInstance(const std::string& name) {
 
 bool DebugOutputCategory::configure(const std::string& propertiesPath) {
   if (propertiesPath.empty()) return false;
-  std::ifstream file(propertiesPath, std::ios::binary);
+  wchar_t path[MAX_PATH * 2] = {};
+  if (::MultiByteToWideChar(CP_UTF8, 0, propertiesPath.c_str(), -1, path, MAX_PATH * 2) == 0) return false;
+  std::ifstream file(path, std::ios::binary);
   if (!file.is_open()) return false;
-  active_.store(true, std::memory_order_relaxed);
+  std::ostringstream text;
+  text << file.rdbuf();
+  std::optional<TraceProperties> properties = TraceProperties::parse(text.str());
+  if (!properties) return false;
+
+  auto configuration = std::make_shared<ActiveConfiguration>();
+  for (const auto& [name, appender] : properties->fileAppenders) {
+    configuration->sinks[name] = std::make_shared<FileSink>(appender);
+  }
+  configuration->properties = std::move(*properties);
+  std::lock_guard<std::mutex> guard(g_configurationLock);
+  g_configuration = std::move(configuration);
   return true;
 }
 
-bool DebugOutputCategory::isPriorityEnabled(int) const noexcept { return active(); }
+bool DebugOutputCategory::isPriorityEnabled(int priority) const noexcept {
+  try {
+    const auto configuration = currentConfiguration();
+    return configuration && priority <= configuration->priorityOf(name_);
+  } catch (...) {
+    return false;
+  }
+}
 
 #define LM2_DEBUG_OUTPUT_WRITER(method, priority) \
   void DebugOutputCategory::method(const char* format, ...) { \
-    if (!active()) return;                                     \
+    if (!isPriorityEnabled(priority)) return;                  \
     va_list args;                                              \
     va_start(args, format);                                    \
     write(priority, format, args);                             \
@@ -73,10 +152,26 @@ void DebugOutputCategory::write(int priority, const char* format, va_list args) 
 }
 
 void DebugOutputCategory::writeText(int priority, const char* text) {
-  if (!active()) return;
+  const auto configuration = currentConfiguration();
+  if (!configuration || priority > configuration->priorityOf(name_)) return;
   char line[8192 + 256];
   std::snprintf(line, sizeof line, "LM2 %s %s - %s\n", priorityName(priority), name_.c_str(), text);
   OutputDebugStringA(line);
+
+  // The category's own appenders, then the root's (log4cpp's additivity).
+  std::vector<std::string> appenders;
+  if (const auto rule = configuration->properties.categories.find(name_);
+      rule != configuration->properties.categories.end()) {
+    appenders = rule->second.appenders;
+  }
+  for (const auto& name : configuration->properties.root.appenders) appenders.push_back(name);
+  if (appenders.empty()) return;
+  const std::string record = timestamp() + " " + priorityName(priority) + " " + name_ + " - " + text + "\r\n";
+  for (const auto& name : appenders) {
+    if (const auto sink = configuration->sinks.find(name); sink != configuration->sinks.end()) {
+      sink->second->write(record);
+    }
+  }
 }
 
 }  // namespace lm2::logging

@@ -1,9 +1,10 @@
 #pragma once
-// Trace backend for Windows builds without log4cpp: each record goes to the debugger output
-// (OutputDebugStringA), which administrators read with a debug-output viewer. It has no
-// configuration language; it is switched on by a readable properties file at LogSettingsPath, so a
-// provider without that setting stays silent, and every priority is written while it is on.
-// Interface: the subset of log4cpp::Category the facade uses.
+// Trace backend for Windows builds without log4cpp. It honours the part of log4cpp's properties
+// file that administrators use (TraceProperties.h): the priorities of the root and of named
+// categories, and file appenders, to which each record is appended. Every record that a category's
+// priority lets through also goes to the debugger output (OutputDebugStringA), which a
+// debug-output viewer shows. A file log4cpp would refuse leaves the trace as it was: off, until a
+// usable file is given. Interface: the subset of log4cpp::Category the facade uses.
 
 #include <atomic>
 #include <cstdarg>
@@ -35,9 +36,9 @@ class DebugOutputCategory {
 
   static DebugOutputCategory& getInstance(const std::string& name);
 
-  // Like log4cpp's configurator: a file that cannot be read leaves the current state as it is.
+  // Reads the properties file (UTF-8 path). False, with the configuration in force kept, when it
+  // is missing, unreadable, empty or has no root category, as with log4cpp.
   static bool configure(const std::string& propertiesPath);
-  static bool active() noexcept { return active_.load(std::memory_order_relaxed); }
 
   bool isPriorityEnabled(int priority) const noexcept;
   void debug(const char* format, ...);
@@ -53,7 +54,6 @@ class DebugOutputCategory {
   void writeText(int priority, const char* text);
 
   std::string name_;
-  static std::atomic<bool> active_;
 };
 
 }  // namespace lm2::logging

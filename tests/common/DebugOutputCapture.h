@@ -50,8 +50,8 @@ class DebugOutputCapture {
   std::thread reader_;
 };
 
-// Switches the trace on for this process (a readable file is all the debugger-output backend
-// needs) and removes the file again.
+// Switches the whole trace on at DEBUG for this process through a properties file, which is
+// removed again.
 void enableTrace();
 
 }  // namespace lm2::test

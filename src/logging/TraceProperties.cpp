@@ -1,0 +1,94 @@
+#include "logging/TraceProperties.h"
+
+#include <algorithm>
+#include <cctype>
+#include <sstream>
+
+namespace lm2::logging {
+namespace {
+
+std::string trim(const std::string& text) {
+  const auto first = text.find_first_not_of(" \t\r\n");
+  if (first == std::string::npos) return "";
+  return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+bool startsWith(const std::string& text, const std::string& start) { return text.compare(0, start.size(), start) == 0; }
+
+// "PRIORITY, appender, appender": the priority may be left empty ("  , A1"); an unknown one makes
+// log4cpp refuse the whole file.
+std::optional<TraceCategoryRule> parseRule(const std::string& value) {
+  TraceCategoryRule rule;
+  std::istringstream parts(value);
+  std::string part;
+  bool first = true;
+  while (std::getline(parts, part, ',')) {
+    part = trim(part);
+    if (first) {
+      rule.priority = TraceProperties::priorityNamed(part);
+      if (!part.empty() && !rule.priority) return std::nullopt;
+      first = false;
+    } else if (!part.empty()) {
+      rule.appenders.push_back(part);
+    }
+  }
+  return rule;
+}
+
+}  // namespace
+
+std::optional<int> TraceProperties::priorityNamed(const std::string& name) {
+  std::string upper = name;
+  std::transform(upper.begin(), upper.end(), upper.begin(), [](unsigned char c) { return std::toupper(c); });
+  static const std::pair<const char*, int> kNames[] = {{"EMERG", 0},   {"FATAL", 0},  {"ALERT", 100}, {"CRIT", 200},
+                                                       {"ERROR", 300}, {"WARN", 400}, {"NOTICE", 500}, {"INFO", 600},
+                                                       {"DEBUG", 700}, {"NOTSET", 800}};
+  for (const auto& [known, value] : kNames) {
+    if (upper == known) return value;
+  }
+  return std::nullopt;
+}
+
+std::optional<TraceProperties> TraceProperties::parse(const std::string& text) {
+  std::map<std::string, std::string> values;
+  std::istringstream lines(text);
+  std::string line;
+  while (std::getline(lines, line)) {
+    line = trim(line);
+    if (line.empty() || line[0] == '#') continue;
+    const auto equals = line.find('=');
+    if (equals == std::string::npos) continue;
+    values[trim(line.substr(0, equals))] = trim(line.substr(equals + 1));
+  }
+  const auto root = values.find("log4cpp.rootCategory");
+  if (root == values.end()) return std::nullopt;
+
+  TraceProperties properties;
+  const auto rootRule = parseRule(root->second);
+  if (!rootRule) return std::nullopt;
+  properties.root = *rootRule;
+  const std::string categoryPrefix = "log4cpp.category.";
+  const std::string appenderPrefix = "log4cpp.appender.";
+  for (const auto& [key, value] : values) {
+    if (startsWith(key, categoryPrefix)) {
+      const auto rule = parseRule(value);
+      if (!rule) return std::nullopt;
+      properties.categories[key.substr(categoryPrefix.size())] = *rule;
+    } else if (startsWith(key, appenderPrefix) && key.find('.', appenderPrefix.size()) == std::string::npos) {
+      // The kind may carry a package prefix ("org.apache.log4cpp.FileAppender").
+      const std::string kind = value.substr(value.rfind('.') == std::string::npos ? 0 : value.rfind('.') + 1);
+      if (kind != "FileAppender" && kind != "RollingFileAppender") continue;
+      const std::string name = key.substr(appenderPrefix.size());
+      TraceFileAppender appender;
+      const auto fileName = values.find(key + ".fileName");
+      if (fileName == values.end() || fileName->second.empty()) continue;
+      appender.fileName = fileName->second;
+      const auto append = values.find(key + ".append");
+      appender.append = append == values.end() || append->second != "false";
+      properties.fileAppenders[name] = appender;
+    }
+  }
+  return properties;
+}
+
+}  // namespace lm2::logging

@@ -1,0 +1,35 @@
+#pragma once
+// The part of a log4cpp properties file that the Windows build without log4cpp honours: the root
+// category's and named categories' priorities and appenders, and the file name and append switch
+// of FileAppender and RollingFileAppender appenders. A file that log4cpp would refuse (empty, or
+// without a root category) is refused here too, so both builds agree on when tracing is on.
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lm2::logging {
+
+struct TraceFileAppender {
+  std::string fileName;  // UTF-8
+  bool append = true;
+};
+
+struct TraceCategoryRule {
+  std::optional<int> priority;         // log4cpp's numbers (ERROR 300 … DEBUG 700); none: inherited
+  std::vector<std::string> appenders;  // names, as listed after the priority
+};
+
+struct TraceProperties {
+  TraceCategoryRule root;
+  std::map<std::string, TraceCategoryRule> categories;
+  std::map<std::string, TraceFileAppender> fileAppenders;  // other appender kinds are left out
+
+  // Parses the text of a properties file; nothing when log4cpp would refuse it.
+  static std::optional<TraceProperties> parse(const std::string& text);
+  // log4cpp's number for a priority name (case-insensitive), or nothing for an unknown one.
+  static std::optional<int> priorityNamed(const std::string& name);
+};
+
+}  // namespace lm2::logging
