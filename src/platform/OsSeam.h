@@ -1,8 +1,9 @@
 #pragma once
 // The one narrow interface between the provider and the few Windows services that cannot be
 // exercised without a real Windows logon session: the LSA package lookup, credential protection
-// and packing, the account lookups whose domain and trust cases need a domain, and the Retry/Cancel
-// message box. Everything else the provider does goes to the Win32 API directly.
+// and packing, the account lookups whose domain and trust cases need a domain, the Retry/Cancel
+// message box, and the opening of the session service's pipe (whose impersonation limit only
+// Windows enforces). Everything else the provider does goes to the Win32 API directly.
 //
 // The methods mirror the Win32 calls one to one, so callers keep the exact error handling of the
 // real API. Production code uses the Windows implementation; a test swaps in its own for a scope
@@ -39,6 +40,10 @@ class OsSeam {
 
   // User interface
   virtual int messageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type) = 0;
+
+  // Named pipes: the client end of the session service's pipe.
+  virtual HANDLE createFileW(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                             DWORD disposition, DWORD flagsAndAttributes, HANDLE templateFile) = 0;
 };
 
 // The implementation in force for the calling process.

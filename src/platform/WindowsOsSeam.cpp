@@ -43,4 +43,9 @@ int WindowsOsSeam::messageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT t
   return ::MessageBoxW(owner, text, caption, type);
 }
 
+HANDLE WindowsOsSeam::createFileW(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                                  DWORD disposition, DWORD flagsAndAttributes, HANDLE templateFile) {
+  return ::CreateFileW(name, access, share, security, disposition, flagsAndAttributes, templateFile);
+}
+
 }  // namespace lm2

@@ -19,6 +19,8 @@ class WindowsOsSeam final : public OsSeam {
   BOOL lookupAccountNameW(LPCWSTR systemName, LPCWSTR accountName, PSID sid, LPDWORD sidSize,
                           LPWSTR referencedDomainName, LPDWORD domainNameChars, PSID_NAME_USE use) override;
   int messageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type) override;
+  HANDLE createFileW(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD disposition,
+                     DWORD flagsAndAttributes, HANDLE templateFile) override;
 };
 
 }  // namespace lm2

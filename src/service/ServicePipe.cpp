@@ -5,6 +5,7 @@
 #include <new>
 
 #include "logging/LogScope.h"
+#include "platform/OsSeam.h"
 #include "service/SessionServiceStarter.h"
 
 namespace lm2::service {
@@ -31,7 +32,8 @@ ExtendedResult OpenServicePipe(const wchar_t* name, UniqueHandle& pipe) {
 
   ExtendedResult code = result::success();
   for (int attempt = 0; attempt < kPipeOpenAttempts; ++attempt) {
-    pipe.reset(::CreateFileW(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    pipe.reset(os().createFileW(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, kPipeOpenFlags,
+                                nullptr));
     if (pipe) {
       code = result::success();
       break;

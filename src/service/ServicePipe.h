@@ -16,6 +16,9 @@ inline constexpr wchar_t kSessionServiceName[] = L"LM2SessionManagementService";
 inline constexpr wchar_t kSessionServicePipe[] = L"\\\\.\\pipe\\{B41E7C25-93A6-4F1D-8E57-0C29D6A8F314}";
 inline constexpr int kPipeOpenAttempts = 100;
 inline constexpr DWORD kPipeOpenPauseMs = 100;
+// LogonUI runs as SYSTEM: whoever serves the pipe name (a process that took it while the service
+// was down) may identify the provider's process but never act as it.
+inline constexpr DWORD kPipeOpenFlags = SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
 
 // Opens the pipe for reading and writing in message read mode. While the pipe does not exist the
 // service is started (it may have been stopped or not yet started at boot); every failed attempt

@@ -216,29 +216,6 @@ TEST_F(UserTest, ProfileLookupRefusesNamesWithoutBothParts) {
   EXPECT_TRUE(trace_.contains("call to DoLookupLocal failed (0x8010000080070534)"));
 }
 
-TEST_F(UserTest, CopiesDuplicateEverythingButSharedData) {
-  const std::uint8_t identification[] = {1, 2, 3};
-  const Token token(identification, sizeof identification);
-  const TokenObject object("application", "1.3.6.1.4.1.7719.9117.1.1234.8.11", 3, 42);
-  auto shared = std::make_shared<int>(7);
-  std::unique_ptr<User> original(new User(L".\\" + currentUser(), &token, &object, shared));
-  const User copy(*original);
-  EXPECT_EQ(shared.use_count(), 3);
-  EXPECT_NE(copy.sid(), original->sid());
-  EXPECT_TRUE(::EqualSid(copy.sid(), original->sid()));
-  EXPECT_NE(copy.token(), original->token());
-  original.reset();
-  ASSERT_NE(copy.token(), nullptr);
-  EXPECT_EQ(copy.token()->identificationLength(), 3u);
-  EXPECT_EQ(copy.token()->identification()[2], 3);
-  EXPECT_EQ(copy.tokenObject()->size(), 42u);
-  EXPECT_TRUE(copy.isResolved());
-  EXPECT_EQ(shared.use_count(), 2);
-  const User plain(L"x");
-  EXPECT_EQ(plain.token(), nullptr);
-  EXPECT_EQ(plain.tokenObject(), nullptr);
-}
-
 TEST_F(UserTest, TokenModelKeepsItsBytesAndTracesObjects) {
   const std::uint8_t identification[] = {0xAA, 0xBB};
   const Token token(identification, 2);

@@ -195,20 +195,6 @@ TEST_F(TraceLogTest, DepthIsPerThread) {
   EXPECT_EQ(log[2], "DEBUG TokenEngineAbstractionLayer .on worker");
 }
 
-TEST_F(TraceLogTest, CategoriesKeepTheirFixedNames) {
-  for (const char* name : {categories::kCredentialProvider, categories::kProvControlHandling,
-                           categories::kCredentialProviderCredential, categories::kCredControlHandling,
-                           categories::kCredentialProviderCore, categories::kCoreControlHandling,
-                           categories::kTokenEngineAbstractionLayer}) {
-    debug(getCategory(name), "x");
-  }
-  EXPECT_EQ(lines(), (std::vector<std::string>{
-                         "DEBUG CredentialProvider x", "DEBUG ProvControlHandling x",
-                         "DEBUG CredentialProviderCredential x", "DEBUG CredControlHandling x",
-                         "DEBUG CredentialProviderCore x", "DEBUG CoreControlHandling x",
-                         "DEBUG TokenEngineAbstractionLayer x"}));
-}
-
 TEST_F(TraceLogTest, UnusableConfigurationIsReportedAndKeepsTheCurrentOne) {
   EXPECT_FALSE(configure(""));
   EXPECT_FALSE(configure((dir_ / "missing.properties").string()));

@@ -28,13 +28,6 @@ TEST(UniqueResource, HandleIsClosedOnResetAndMoveHandsItOver) {
   EXPECT_EQ(::GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
 }
 
-TEST(UniqueResource, InvalidHandleValueIsNotClosed) {
-  UniqueHandle file(INVALID_HANDLE_VALUE);
-  EXPECT_FALSE(file.valid());
-  file.reset();  // must not call CloseHandle(INVALID_HANDLE_VALUE)
-  EXPECT_FALSE(file.valid());
-}
-
 TEST(UniqueResource, RegistryKeyIsClosed) {
   HKEY raw = nullptr;
   {
@@ -108,59 +101,6 @@ TEST(ComPtr, OwnsExactlyOneReferencePerCopy) {
     EXPECT_EQ(adopted.detach(), &object);
   }
   EXPECT_EQ(object.references, 1u);
-}
-
-class ScriptedMessageBox : public OsSeam {
- public:
-  NTSTATUS lsaConnectUntrusted(PHANDLE) override { return static_cast<NTSTATUS>(0xC0000001); }
-  NTSTATUS lsaLookupAuthenticationPackage(HANDLE, PLSA_STRING, PULONG) override {
-    return static_cast<NTSTATUS>(0xC0000001);
-  }
-  NTSTATUS lsaDeregisterLogonProcess(HANDLE) override { return 0; }
-  BOOL credProtectW(BOOL, LPWSTR, DWORD, LPWSTR, DWORD*, CRED_PROTECTION_TYPE*) override { return FALSE; }
-  BOOL credIsProtectedW(LPWSTR, CRED_PROTECTION_TYPE*) override { return FALSE; }
-  BOOL credPackAuthenticationBufferW(DWORD, LPWSTR, LPWSTR, PBYTE, DWORD*) override { return FALSE; }
-  BOOL lookupAccountNameW(LPCWSTR, LPCWSTR, PSID, LPDWORD, LPWSTR, LPDWORD, PSID_NAME_USE) override {
-    return FALSE;
-  }
-  int messageBoxW(HWND, LPCWSTR text, LPCWSTR, UINT) override {
-    lastText = text;
-    return IDRETRY;
-  }
-  std::wstring lastText;
-};
-
-TEST(OsSeam, ScopedReplacementIsUsedAndThenRestored) {
-  OsSeam& real = os();
-  ScriptedMessageBox scripted;
-  {
-    ScopedOsSeam scope(scripted);
-    EXPECT_EQ(&os(), &scripted);
-    EXPECT_EQ(os().messageBoxW(nullptr, L"Retry?", L"Lumenar2", MB_RETRYCANCEL), IDRETRY);
-    EXPECT_EQ(scripted.lastText, L"Retry?");
-  }
-  EXPECT_EQ(&os(), &real);
-}
-
-TEST(OsSeam, WindowsImplementationReachesTheLsa) {
-  HANDLE lsa = nullptr;
-  ASSERT_EQ(os().lsaConnectUntrusted(&lsa), 0);
-  char name[] = "Kerberos";
-  LSA_STRING package = {8, 9, name};
-  ULONG id = 0xFFFFFFFF;
-  EXPECT_EQ(os().lsaLookupAuthenticationPackage(lsa, &package, &id), 0);
-  EXPECT_NE(id, 0xFFFFFFFFu);
-  EXPECT_EQ(os().lsaDeregisterLogonProcess(lsa), 0);
-}
-
-TEST(OsSeam, WindowsImplementationLooksUpLocalAccounts) {
-  BYTE sid[SECURITY_MAX_SID_SIZE];
-  DWORD sidSize = sizeof sid;
-  WCHAR domain[256];
-  DWORD domainChars = 256;
-  SID_NAME_USE use = SidTypeUnknown;
-  EXPECT_FALSE(os().lookupAccountNameW(nullptr, L"no-such-account-lm2", sid, &sidSize, domain, &domainChars, &use));
-  EXPECT_EQ(::GetLastError(), static_cast<DWORD>(ERROR_NONE_MAPPED));
 }
 
 }  // namespace

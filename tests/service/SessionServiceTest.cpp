@@ -6,9 +6,11 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <thread>
 #include <vector>
 
 #include "DebugOutputCapture.h"
+#include "ForwardingOsSeam.h"
 #include "InstalledServiceDouble.h"
 #include "logging/ExtendedResult.h"
 #include "service/ServicePipe.h"
@@ -41,6 +43,16 @@ class SessionServiceTest : public ::testing::Test {
 
   test::DebugOutputCapture trace_;
   TokenLogonRecord record_;
+};
+
+// Watches how the pipe is opened: Wine accepts an impersonation limit but does not enforce it.
+class PipeOpenWatch final : public test::ForwardingOsSeam {
+ public:
+  HANDLE createFileW(LPCWSTR n, DWORD a, DWORD s, LPSECURITY_ATTRIBUTES sa, DWORD d, DWORD f, HANDLE t) override {
+    flags = f;
+    return ForwardingOsSeam::createFileW(n, a, s, sa, d, f, t);
+  }
+  DWORD flags = 0;
 };
 
 // The request for `record_` as the stream format lays it out, written out by hand.
@@ -84,7 +96,13 @@ TEST_F(SessionServiceTest, AbsentPipeStartsTheServiceAndTheNoticeSucceeds) {
   ASSERT_TRUE(service.installed());
   ASSERT_EQ(service.state(), static_cast<DWORD>(SERVICE_STOPPED));
 
-  EXPECT_EQ(notifyTokenAuthentification(record_), result::success());
+  PipeOpenWatch watch;
+  {
+    ScopedOsSeam scope(watch);
+    EXPECT_EQ(notifyTokenAuthentification(record_), result::success());
+  }
+  // Whoever serves the pipe name may identify the provider (SYSTEM in LogonUI), never act as it.
+  EXPECT_EQ(watch.flags, static_cast<DWORD>(SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION));
   EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_RUNNING));
   EXPECT_TRUE(trace_.contains("session service pipe not found - starting service (0x8010000080070002)"));
   EXPECT_TRUE(trace_.contains("OpenServicePipe called with name \\\\.\\pipe\\{B41E7C25-93A6-4F1D-8E57-0C29D6A8F314}"));
@@ -112,6 +130,25 @@ TEST_F(SessionServiceTest, PipeThatNeverAppearsFailsAfterAHundredAttempts) {
   EXPECT_EQ(trace_.count("session service pipe not found - starting service (0x8010000080070002)"), 100u);
   EXPECT_TRUE(trace_.contains("failed to to open pipe (0x8010000080070002)"));
   EXPECT_TRUE(trace_.contains("failed to open pipe to service (0x8010000080070002)"));
+}
+
+TEST_F(SessionServiceTest, ABusyPipeIsWaitedForWithoutStartingTheService) {
+  const wchar_t kName[] = L"\\\\.\\pipe\\lm2-busy-pipe-test";
+  UniqueHandle server(::CreateNamedPipeW(kName, PIPE_ACCESS_DUPLEX, PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE, 1,
+                                         512, 512, 0, nullptr));
+  ASSERT_TRUE(server);
+  UniqueHandle first(::CreateFileW(kName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(first);
+  std::thread freeing([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(350));
+    first.reset();
+    ::DisconnectNamedPipe(server.get());
+    ::ConnectNamedPipe(server.get(), nullptr);
+  });
+  UniqueHandle pipe;
+  EXPECT_EQ(OpenServicePipe(kName, pipe), result::success());
+  freeing.join();
+  EXPECT_EQ(trace_.count("starting service"), 0u) << "the pipe exists: the service runs";
 }
 
 TEST_F(SessionServiceTest, OneChangedByteInTheEchoIsRejected) {

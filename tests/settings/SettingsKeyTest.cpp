@@ -132,16 +132,6 @@ TEST_F(SettingsKeyTest, LongestSubkeyNameFits) {
   EXPECT_EQ(SettingsKey(path_).enumerateSubkeys(), (std::vector<std::wstring>{path_ + L"\\" + longName}));
 }
 
-TEST_F(SettingsKeyTest, EveryReadSeesTheCurrentValue) {
-  const SettingsKey key(path_);
-  test::setString(path_, L"CoreSet", L"first");
-  EXPECT_EQ(key.readString(L"CoreSet", L""), L"first");
-  test::setString(path_, L"CoreSet", L"second");
-  EXPECT_EQ(key.readString(L"CoreSet", L""), L"second");
-  test::deleteValue(path_, L"CoreSet");
-  EXPECT_EQ(key.readString(L"CoreSet", L"gone"), L"gone");
-}
-
 TEST_F(SettingsKeyTest, SecretStringIsReplacedOrEmptied) {
   test::setString(path_, L"LdapAuthPw", L"s3cret");
   std::wstring secret = L"previous value";

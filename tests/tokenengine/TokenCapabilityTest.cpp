@@ -88,12 +88,5 @@ TEST_F(TokenCapabilityTest, LabelProblemsGiveAnEmptyLabel) {
   EXPECT_EQ(TokenCapability(*capabilities(true, false, false, "Gr\xC3\xBCn")).label(), L"Gr\u00fcn");
 }
 
-TEST_F(TokenCapabilityTest, MissingFlagsStayFalse) {
-  const TokenCapability empty(CItemVector("tc"));
-  EXPECT_FALSE(empty.isInitialized());
-  EXPECT_FALSE(empty.canBeInitialized());
-  EXPECT_FALSE(empty.isNullPinPossible());
-}
-
 }  // namespace
 }  // namespace lm2
