@@ -24,8 +24,8 @@ TEST_F(ExtendedResultTest, ConstructionRulesCarryTheComponentId) {
   EXPECT_EQ(result::success(), 0x2000000020100000ull);
   EXPECT_EQ(result::fromWin32(2), 0x8010000080070002ull);
   EXPECT_EQ(result::fromWin32(1332), 0x8010000080070534ull);
-  // Only the low 16 bits of a Win32 code fit HRESULT_FROM_WIN32.
-  EXPECT_EQ(result::fromWin32(0x12345), 0x8010000080072345ull);
+  // Only the low 16 bits of a Win32 code fit HRESULT_FROM_WIN32 (bit 20 would change the facility).
+  EXPECT_EQ(result::fromWin32(0x100002), 0x8010000080070002ull);
   EXPECT_EQ(result::fromWin32(0), result::success());
   EXPECT_EQ(result::allocationFailure(), 0xE0000000E0100010ull);
   // NTSTATUS values have the HRESULT shape.

@@ -256,6 +256,12 @@ TEST_F(DefaultLayerTest, CredentialLifeCycleOnAVirtualToken) {
   }
   EXPECT_EQ(objects, 2);
   EXPECT_EQ(links[1], links[2]);
+  // Every link text keeps to the alphabet, not just one (a zero byte would cut it short).
+  const std::regex alphabet("[0-9A-Z]{30}");
+  for (int i = 0; i < 2000; ++i) {
+    const std::string link = CredentialObjects::makeLinkText();
+    ASSERT_TRUE(std::regex_match(link, alphabet)) << i;
+  }
 }
 
 TEST_F(DefaultLayerTest, FailedCredentialCreationLeavesNoHalfCredential) {
