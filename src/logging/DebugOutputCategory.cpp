@@ -26,13 +26,20 @@ const char* priorityName(int priority) {
   }
 }
 
+// A UTF-8 path as Windows takes it; empty when it does not convert.
+std::wstring widePath(const std::string& utf8) {
+  wchar_t path[MAX_PATH * 2] = {};
+  if (::MultiByteToWideChar(CP_UTF8, 0, utf8.c_str(), -1, path, MAX_PATH * 2) == 0) return L"";
+  return path;
+}
+
 // One file appender: records are appended whole, one writer at a time.
 class FileSink {
  public:
   explicit FileSink(const TraceFileAppender& appender) {
-    wchar_t path[MAX_PATH * 2] = {};
-    if (::MultiByteToWideChar(CP_UTF8, 0, appender.fileName.c_str(), -1, path, MAX_PATH * 2) == 0) return;
-    file_ = ::CreateFileW(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+    const std::wstring path = widePath(appender.fileName);
+    if (path.empty()) return;
+    file_ = ::CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                           appender.append ? OPEN_ALWAYS : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   }
   ~FileSink() {
@@ -102,10 +109,9 @@ DebugOutputCategory& DebugOutputCategory::getInstance(const std::string& name) {
 }
 
 bool DebugOutputCategory::configure(const std::string& propertiesPath) {
-  if (propertiesPath.empty()) return false;
-  wchar_t path[MAX_PATH * 2] = {};
-  if (::MultiByteToWideChar(CP_UTF8, 0, propertiesPath.c_str(), -1, path, MAX_PATH * 2) == 0) return false;
-  std::ifstream file(path, std::ios::binary);
+  const std::wstring path = widePath(propertiesPath);
+  if (path.empty()) return false;
+  std::ifstream file(path.c_str(), std::ios::binary);
   if (!file.is_open()) return false;
   std::ostringstream text;
   text << file.rdbuf();

@@ -118,18 +118,9 @@ struct TableEntry {
   const char* name;
   std::size_t offset;
 };
-#define LM2_TABLE_ENTRY(entry) TableEntry{#entry, offsetof(ValFunctionTable, entry)}
-constexpr TableEntry kTableEntries[] = {
-    LM2_TABLE_ENTRY(getTokenList),   LM2_TABLE_ENTRY(getTokenCapabilities), LM2_TABLE_ENTRY(checkPin),
-    LM2_TABLE_ENTRY(askPin),         LM2_TABLE_ENTRY(findObjects),          LM2_TABLE_ENTRY(getObjectInfo),
-    LM2_TABLE_ENTRY(readObject),     LM2_TABLE_ENTRY(writeObject),          LM2_TABLE_ENTRY(createObject),
-    LM2_TABLE_ENTRY(deleteObject),   LM2_TABLE_ENTRY(initializeToken),      LM2_TABLE_ENTRY(changePin),
-    LM2_TABLE_ENTRY(getTaskResult),  LM2_TABLE_ENTRY(releaseTaskResult),    LM2_TABLE_ENTRY(unload),
-};
+#define LM2_TABLE_ENTRY(entry) TableEntry{#entry, offsetof(ValFunctionTable, entry)},
+constexpr TableEntry kTableEntries[] = {VAL_FUNCTION_TABLE_ENTRIES(LM2_TABLE_ENTRY)};
 #undef LM2_TABLE_ENTRY
-static_assert(sizeof kTableEntries / sizeof kTableEntries[0] ==
-                  (sizeof(ValFunctionTable) - offsetof(ValFunctionTable, getTokenList)) / sizeof(void (*)()),
-              "every entry of the table is checked");
 
 // The entry at `offset`, if the table's size covers it.
 void (*entryAt(const ValFunctionTable* functions, std::size_t offset))() {

@@ -52,10 +52,11 @@ VirtualToken TokenStore::parseToken(const void* node) {
     object.link = o.value("link", "");
     object.flags = o.value("flags", 0u);
     if (o.contains("dataHex")) {
-      object.data = WipedBytes(fromHex(o.at("dataHex").get<std::string>()));
+      const std::vector<std::uint8_t> bytes = fromHex(o.at("dataHex").get<std::string>());
+      object.data = wipedCopy(bytes.data(), bytes.size());
     } else {
       const std::string text = o.value("data", "");
-      object.data = WipedBytes(reinterpret_cast<const std::uint8_t*>(text.c_str()), text.size() + 1);
+      object.data = wipedCopy(reinterpret_cast<const std::uint8_t*>(text.c_str()), text.size() + 1);
     }
     token.objects.push_back(std::move(object));
   }
@@ -125,7 +126,7 @@ std::string TokenStore::describe() const {
     json objects = json::array();
     for (const auto& object : token.objects) {
       objects.push_back({{"handle", object.handle}, {"kind", object.kind}, {"label", object.label},
-                         {"link", object.link}, {"flags", object.flags}, {"dataHex", toHex(object.data.bytes())}});
+                         {"link", object.link}, {"flags", object.flags}, {"dataHex", toHex({object.data.get().begin(), object.data.get().end()})}});
     }
     tokens.push_back({{"id", toHex(token.id)}, {"label", token.label}, {"initialized", token.initialized},
                       {"inserted", token.inserted}, {"retriesLeft", token.retriesLeft}, {"nullPin", token.nullPin},

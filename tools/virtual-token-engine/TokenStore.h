@@ -27,37 +27,9 @@ namespace lm2::vte {
 
 // Bytes that may be a secret (a password object's content, a result stream): wiped whenever they
 // are replaced or released. The engine is loaded into the logon host for every demo.
-class WipedBytes {
- public:
-  WipedBytes() = default;
-  WipedBytes(const std::uint8_t* data, std::size_t size) : m_bytes(data, data + size) {}
-  explicit WipedBytes(std::vector<std::uint8_t> bytes) : m_bytes(std::move(bytes)) {}
-  WipedBytes(const WipedBytes& other) : m_bytes(other.m_bytes) {}
-  WipedBytes(WipedBytes&& other) noexcept : m_bytes(std::move(other.m_bytes)) {}
-  WipedBytes& operator=(const WipedBytes& other) {
-    if (this != &other) {
-      wipe();
-      m_bytes = other.m_bytes;
-    }
-    return *this;
-  }
-  WipedBytes& operator=(WipedBytes&& other) noexcept {
-    if (this != &other) {
-      wipe();
-      m_bytes = std::move(other.m_bytes);
-    }
-    return *this;
-  }
-  ~WipedBytes() { wipe(); }
-
-  const std::uint8_t* data() const noexcept { return m_bytes.data(); }
-  std::size_t size() const noexcept { return m_bytes.size(); }
-  const std::vector<std::uint8_t>& bytes() const noexcept { return m_bytes; }
-
- private:
-  void wipe() noexcept { secureWipe(m_bytes.data(), m_bytes.size()); }
-  std::vector<std::uint8_t> m_bytes;
-};
+using Bytes = std::basic_string<std::uint8_t>;
+using WipedBytes = SecretText<Bytes>;
+inline WipedBytes wipedCopy(const std::uint8_t* data, std::size_t size) { return WipedBytes(Bytes(data, size)); }
 
 struct VirtualObject {
   std::uint64_t handle = 0;

@@ -94,8 +94,8 @@ class Engine {
     std::lock_guard<std::mutex> guard(m_resultsLock);
     auto found = m_results.find(task);
     if (found == m_results.end() || stream == nullptr || length == nullptr) return kNoSuchTask;
-    *stream = found->second.data();
-    *length = static_cast<std::uint32_t>(found->second.size());
+    *stream = found->second.get().data();
+    *length = static_cast<std::uint32_t>(found->second.get().size());
     return kSuccess;
   }
 
@@ -118,7 +118,7 @@ class Engine {
   void malformNext(std::uint32_t how) { m_malform = how; }
   void replaceNext(const std::uint8_t* stream, std::uint32_t length) {
     std::lock_guard<std::mutex> guard(m_lock);
-    m_replacement = WipedBytes(stream, length);
+    m_replacement = wipedCopy(stream, length);
     m_replace = true;
   }
 
@@ -171,7 +171,7 @@ class Engine {
     root.addItem(&response, false);
     SecureBuffer stream = packItem(root);
     if (malform == 3) stream.data()[stream.size() / 2] ^= 0xFF;
-    WipedBytes delivered(stream.data(), stream.size());
+    WipedBytes delivered = wipedCopy(stream.data(), stream.size());
     {
       std::lock_guard<std::mutex> guard(m_lock);
       if (m_replace) delivered = m_replacement;
@@ -329,7 +329,8 @@ VAL_RESULT VAL_CALL getObjectInfo(const std::uint8_t* t, std::uint32_t n, VAL_OB
       info->addItem(std::make_unique<CItemStringA>(VAL_ITEM_INFO_APPLICATION, object->link));
       info->addItem(std::make_unique<CItemStringA>(VAL_ITEM_INFO_LABEL, object->label));
       info->addItem(std::make_unique<CItemULong>(VAL_ITEM_INFO_ATTRIBUTES, object->kind));
-      info->addItem(std::make_unique<CItemULong>(VAL_ITEM_INFO_SIZE, static_cast<std::uint32_t>(object->data.size())));
+      info->addItem(
+          std::make_unique<CItemULong>(VAL_ITEM_INFO_SIZE, static_cast<std::uint32_t>(object->data.get().size())));
       response.addItem(std::move(info));
       return kSuccess;
     });
@@ -342,8 +343,8 @@ VAL_RESULT VAL_CALL readObject(const std::uint8_t* t, std::uint32_t n, VAL_OBJEC
       VirtualObject* object = findObject(token, handle);
       if (!object) return VAL_E_OBJECT_NOT_FOUND;
       if (object->kind == kPrivateKind && !token.nullPin && !token.authenticated) return VAL_E_NOT_AUTHENTICATED;
-      response.addItem(CItemBuffer::copyOf(CITEM_NAME_OBJECT_DATA, object->data.data(),
-                                           static_cast<std::uint32_t>(object->data.size())));
+      response.addItem(CItemBuffer::copyOf(CITEM_NAME_OBJECT_DATA, object->data.get().data(),
+                                           static_cast<std::uint32_t>(object->data.get().size())));
       return kSuccess;
     });
   }, task);
@@ -351,7 +352,7 @@ VAL_RESULT VAL_CALL readObject(const std::uint8_t* t, std::uint32_t n, VAL_OBJEC
 
 VAL_RESULT VAL_CALL writeObject(const std::uint8_t* t, std::uint32_t n, VAL_OBJECT handle, const std::uint8_t* data,
                                 std::uint32_t length, VAL_TASK_ID* task) {
-  WipedBytes content = data ? WipedBytes(data, length) : WipedBytes();
+  WipedBytes content = data ? wipedCopy(data, length) : WipedBytes();
   return engine().start(kValTaskWriteObject, [id = tokenId(t, n), handle, content](CItemVector&) {
     return onToken(id, [&](VirtualToken& token) {
       VirtualObject* object = findObject(token, handle);
