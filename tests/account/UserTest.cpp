@@ -42,9 +42,11 @@ class UserTest : public ::testing::Test {
     for (const auto& sid : profiles_) test::deleteKeyTree(std::wstring(kProfileList) + L"\\" + sid);
   }
 
-  // A profile as Windows leaves one: the SID as key name, the folder in ProfileImagePath.
+  // A profile as Windows leaves one: the SID as key name, the folder in ProfileImagePath (stored
+  // as REG_EXPAND_SZ, as Windows stores it).
   void addProfile(const std::wstring& sid, const std::wstring& path) {
-    test::setString(std::wstring(kProfileList) + L"\\" + sid, L"ProfileImagePath", path);
+    test::setRaw(std::wstring(kProfileList) + L"\\" + sid, L"ProfileImagePath", REG_EXPAND_SZ, path.c_str(),
+                 static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
     profiles_.push_back(sid);
   }
 
@@ -79,7 +81,7 @@ TEST_F(UserTest, DotBackslashIsTheComputer) {
   EXPECT_EQ(User::getQualifiedUsername(L"CORP\\.\\anna"), L"CORP\\.\\anna");
 }
 
-TEST_F(UserTest, CurrentUserOnThisMachineResolves) {
+TEST_F(UserTest, LocalNamesResolveAsWindowsKnowsThem) {
   const User user(L".\\" + currentUser());
   ASSERT_TRUE(user.isResolved());
   EXPECT_EQ(user.sidString(), L"S-1-5-21-0-0-0-1000");
@@ -90,16 +92,12 @@ TEST_F(UserTest, CurrentUserOnThisMachineResolves) {
   EXPECT_EQ(user.domainLength(), user.domain().size());
   EXPECT_FALSE(user.domain().empty());
   EXPECT_FALSE(user.isInternetAccount());
-}
 
-TEST_F(UserTest, GroupResolvesToASidButNotToAUser) {
+  // A group resolves to a SID but not to a user; an unknown name not at all.
   const User group(L"Administrators");
   EXPECT_FALSE(group.isResolved());
   EXPECT_EQ(group.sidString(), L"S-1-5-32-544");
   EXPECT_TRUE(trace_.contains("invalid sid type for user 'Administrators'"));
-}
-
-TEST_F(UserTest, UnknownNameIsNotResolved) {
   const User nobody(L".\\anna");
   EXPECT_FALSE(nobody.isResolved());
   EXPECT_EQ(nobody.sid(), nullptr);
@@ -107,7 +105,7 @@ TEST_F(UserTest, UnknownNameIsNotResolved) {
   EXPECT_TRUE(trace_.contains("failed to look up for account name (0x8010000080070534)"));
 }
 
-TEST_F(UserTest, UserPrincipalNameIsLookedUpThroughItsSuffixDomain) {
+TEST_F(UserTest, DomainNamesUserPrincipalNamesAndOnlineIdentities) {
   ScopedOsSeam seam(domain_);
   const User anna(L"anna@corp.example.com");
   ASSERT_TRUE(anna.isResolved());
@@ -120,10 +118,7 @@ TEST_F(UserTest, UserPrincipalNameIsLookedUpThroughItsSuffixDomain) {
   const User stranger(L"anna@nowhere.invalid");
   EXPECT_FALSE(stranger.isResolved());
   EXPECT_TRUE(trace_.contains("failed to lookup for domain name nowhere.invalid"));
-}
 
-TEST_F(UserTest, OnlineIdentityIsAnInternetAccount) {
-  ScopedOsSeam seam(domain_);
   const User online(L"MicrosoftAccount\\anna@outlook.com");
   ASSERT_TRUE(online.isResolved());
   EXPECT_TRUE(online.isInternetAccount());
@@ -138,7 +133,7 @@ TEST_F(UserTest, OnlineIdentityIsAnInternetAccount) {
 TEST_F(UserTest, UnreachableDomainFindsTheAccountThroughItsProfileFolder) {
   domain_.trustLost = true;
   ScopedOsSeam seam(domain_);
-  addProfile(test::DomainMemberSeam::kAnnaSid, L"C:\\Users\\anna");
+  addProfile(test::DomainMemberSeam::kAnnaSid, L"%SystemDrive%\\Users\\anna");
   const User anna(L"CORP\\anna");
   ASSERT_TRUE(anna.isResolved());
   EXPECT_EQ(anna.sidString(), test::DomainMemberSeam::kAnnaSid);
@@ -166,6 +161,7 @@ TEST_F(UserTest, ProfileOfAnotherDomainIsRefused) {
   domain_.trustLost = true;
   ScopedOsSeam seam(domain_);
   addProfile(L"S-1-5-21-999-888-777-1104", L"C:\\Users\\anna");
+  addProfile(L"S-1-5-21-111-222-334-1104", L"C:\\Users\\anna");  // only the last domain part differs
   addProfile(L"S-1-5-21-111-222-333-1104-7", L"C:\\Users\\anna.CORP");
   const User anna(L"CORP\\anna");
   EXPECT_FALSE(anna.isResolved());
@@ -191,7 +187,7 @@ TEST_F(UserTest, UnusableProfilesAreSkipped) {
   EXPECT_TRUE(trace_.contains("failed to convert sid string 'not-a-sid' to sid (0x"));
 }
 
-TEST_F(UserTest, FallbackNeedsDomainBackslashName) {
+TEST_F(UserTest, FallbackNeedsDomainAndName) {
   domain_.trustLost = true;
   ScopedOsSeam seam(domain_);
   const User bare(L"anna");
@@ -201,17 +197,14 @@ TEST_F(UserTest, FallbackNeedsDomainBackslashName) {
   const User both(L"CORP\\anna@corp");
   EXPECT_FALSE(both.isResolved());
   EXPECT_TRUE(trace_.contains("user name 'CORP\\anna@corp' is in wrong format for fallback"));
-}
 
-TEST_F(UserTest, ProfileLookupRefusesNamesWithoutBothParts) {
   const User user(L"x");
   std::vector<BYTE> sid;
   for (const wchar_t* name : {L"\\anna", L"CORP\\", L"anna"}) {
     EXPECT_EQ(user.DoLookupLocal(name, sid), 0x8010000080070057ull) << name;
   }
   EXPECT_EQ(trace_.count("invalid parameter 'p_wsUser' (0x8010000080070057)"), 3u);
-
-  ScopedOsSeam seam(domain_);
+  domain_.trustLost = false;
   EXPECT_EQ(user.DoLookupLocal(L"NOSUCHDOMAIN\\anna", sid), 0x8010000080070534ull);
   EXPECT_TRUE(trace_.contains("call to DoLookupLocal failed (0x8010000080070534)"));
 }

@@ -1,13 +1,11 @@
-// Writes the seed corpus of the unpackItem fuzzer: packed random trees and a few hand-made streams
-// (the smallest vector, a session service request), one file each, into the first directory;
-// further directories (the fuzzer's working corpus) are created empty.
+// Writes the seed corpus of the unpackItem fuzzer: a few hand-made streams (the smallest vector, a
+// tree with every kind of item nested, a session service request), one file each, into the first
+// directory; further directories (the fuzzer's working corpus) are created empty.
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <string>
 
-#include "RandomItemTree.h"
 #include "items/ItemBuffer.h"
 #include "items/ItemStream.h"
 #include "items/ItemValues.h"
@@ -49,9 +47,16 @@ int main(int argc, char** argv) {
   request.addItem(&parameters, false);
   write(directory / "session-request", packItem(request));
 
-  std::mt19937 random(7719);
-  for (int i = 0; i < 64; ++i) {
-    write(directory / ("random-" + std::to_string(i)), packItem(*test::randomTree(random, 3)));
-  }
+  CItemVector every("every");
+  auto nested = std::make_unique<CItemVector>("nested");
+  nested->addItem(std::make_unique<CItemStringW>("w", u"\u00e4b"));
+  nested->addItem(std::make_unique<CItemULongLong>("l", 0x0102030405060708ull));
+  auto flag = std::make_unique<CItemBoolean>("f");
+  flag->setValue(true);
+  nested->addItem(std::move(flag));
+  every.addItem(std::move(nested));
+  every.addItem(std::make_unique<CItem>("e"));
+  every.addItem(CItemBuffer::copyOf("b", identity, sizeof identity));
+  write(directory / "every-kind", packItem(every));
   return 0;
 }

@@ -71,7 +71,7 @@ std::size_t leadingDots(const std::string& line, std::size_t messageStart) {
   return n;
 }
 
-TEST_F(TraceLogTest, WritersUseTheirPriorityAndFormatLikePrintf) {
+TEST_F(TraceLogTest, WritersUseTheirPriorityAndFormatLikePrintfOnce) {
   debug(cat_, "value %d of %s", 7, "seven");
   info(cat_, "credentials are correct...contact service for token observation");
   warn(cat_, "wide %S", L"text");
@@ -82,16 +82,11 @@ TEST_F(TraceLogTest, WritersUseTheirPriorityAndFormatLikePrintf) {
                          "INFO CredentialProvider credentials are correct...contact service for token observation",
                          "WARN CredentialProvider wide text",
                          "ERROR CredentialProvider failed to check pin for token (0x8010000080070002)"}));
-}
 
-TEST_F(TraceLogTest, ThresholdOfThePropertiesFileFiltersPriorities) {
-  ASSERT_TRUE(configure(writeProperties("warn.log", "WARN")));
-  debug(cat_, "d");
-  info(cat_, "i");
-  warn(cat_, "w");
-  error(cat_, "e");
-  EXPECT_EQ(lines("warn.log"),
-            (std::vector<std::string>{"WARN CredentialProvider w", "ERROR CredentialProvider e"}));
+  debug(cat_, "%s", "100%s %d %n");  // percent signs in the message are not formatted twice
+  EXPECT_EQ(lines().back(), "DEBUG CredentialProvider 100%s %d %n");
+  debugStream(getCategory(categories::kCredentialProvider), "CSample_CreateInstance 1-2-3-abcd");
+  EXPECT_EQ(lines().back(), "DEBUG CredentialProvider CSample_CreateInstance 1-2-3-abcd");
 }
 
 TEST_F(TraceLogTest, ScopeWritesStartAndEndAtItsDepthAndTheBodyOneDeeper) {
@@ -171,17 +166,6 @@ TEST_F(TraceLogTest, MessagesLongerThanTheBufferAreTruncatedNotSplit) {
   EXPECT_EQ(log[1], "INFO CredentialProvider " + exact);
 }
 
-TEST_F(TraceLogTest, PercentSignsInTheMessageAreNotFormattedTwice) {
-  debug(cat_, "%s", "100%s %d %n");
-  EXPECT_EQ(lines(), (std::vector<std::string>{"DEBUG CredentialProvider 100%s %d %n"}));
-}
-
-TEST_F(TraceLogTest, StreamRecordIsWrittenAtDebug) {
-  debugStream(getCategory(categories::kCredentialProvider), "CSample_CreateInstance 1-2-3-abcd");
-  EXPECT_EQ(lines(), (std::vector<std::string>{
-                         "DEBUG CredentialProvider CSample_CreateInstance 1-2-3-abcd"}));
-}
-
 TEST_F(TraceLogTest, DepthIsPerThread) {
   LogScope scope(cat_, "Main::Scope");
   std::thread([&] {
@@ -195,19 +179,25 @@ TEST_F(TraceLogTest, DepthIsPerThread) {
   EXPECT_EQ(log[2], "DEBUG TokenEngineAbstractionLayer .on worker");
 }
 
-TEST_F(TraceLogTest, UnusableConfigurationIsReportedAndKeepsTheCurrentOne) {
+TEST_F(TraceLogTest, ConfigurationIsReplacedOnlyByAUsableFile) {
   EXPECT_FALSE(configure(""));
   EXPECT_FALSE(configure((dir_ / "missing.properties").string()));
   debug(cat_, "still here");
   EXPECT_EQ(lines(), (std::vector<std::string>{"DEBUG CredentialProvider still here"}));
-}
 
-TEST_F(TraceLogTest, ReconfigurationReplacesTheAppenders) {
   debug(cat_, "first");
   ASSERT_TRUE(configure(writeProperties("second.log", "DEBUG")));
   debug(cat_, "second");
-  EXPECT_EQ(lines(), (std::vector<std::string>{"DEBUG CredentialProvider first"}));
+  EXPECT_EQ(lines(), (std::vector<std::string>{"DEBUG CredentialProvider still here", "DEBUG CredentialProvider first"}));
   EXPECT_EQ(lines("second.log"), (std::vector<std::string>{"DEBUG CredentialProvider second"}));
+
+  ASSERT_TRUE(configure(writeProperties("warn.log", "WARN")));
+  debug(cat_, "d");
+  info(cat_, "i");
+  warn(cat_, "w");
+  error(cat_, "e");
+  EXPECT_EQ(lines("warn.log"),
+            (std::vector<std::string>{"WARN CredentialProvider w", "ERROR CredentialProvider e"}));
 }
 
 }  // namespace

@@ -1,13 +1,11 @@
-// The RAII owners release exactly once, and the OS seam can be replaced for a scope.
+// The RAII owners release exactly once.
 #include <gtest/gtest.h>
 
 #include <windows.h>
-#include <sddl.h>
 
 #include <string>
 
 #include "platform/ComPtr.h"
-#include "platform/OsSeam.h"
 #include "platform/UniqueResource.h"
 
 namespace lm2 {
@@ -43,23 +41,6 @@ TEST(UniqueResource, RegistryKeyIsClosed) {
   EXPECT_EQ(::RegQueryInfoKeyW(raw, nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, nullptr, nullptr,
                                nullptr, nullptr, nullptr),
             ERROR_INVALID_HANDLE);
-}
-
-TEST(UniqueResource, LocalSidIsUsableAndReleased) {
-  UniqueLocalSid sid;
-  ASSERT_TRUE(::ConvertStringSidToSidW(L"S-1-5-21-0-0-0-1000", sid.put()));
-  ASSERT_TRUE(sid);
-  EXPECT_TRUE(::IsValidSid(sid.get()));
-  sid.reset();
-  EXPECT_FALSE(sid);
-}
-
-TEST(UniqueResource, SecretTaskMemoryStringIsFreedThroughTheTaskAllocator) {
-  UniqueSecretCoTaskMemString secret(static_cast<PWSTR>(::CoTaskMemAlloc(8 * sizeof(WCHAR))));
-  ASSERT_TRUE(secret);
-  ::lstrcpyW(secret.get(), L"1234567");
-  secret.reset();
-  EXPECT_FALSE(secret);
 }
 
 class CountedObject : public IUnknown {

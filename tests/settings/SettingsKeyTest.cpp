@@ -27,7 +27,7 @@ class SettingsKeyTest : public ::testing::Test {
   std::wstring path_;
 };
 
-TEST_F(SettingsKeyTest, StringStoredWithoutTerminatorIsReadWhole) {
+TEST_F(SettingsKeyTest, StringsAreReadWhateverShapeTheyWereStoredIn) {
   test::setStringWithoutTerminator(path_, L"Label", L"Token 42");
   EXPECT_EQ(SettingsKey(path_).readString(L"Label", L"default"), L"Token 42");
 
@@ -38,21 +38,20 @@ TEST_F(SettingsKeyTest, StringStoredWithoutTerminatorIsReadWhole) {
   ASSERT_GE(data.size(), 8 * sizeof(wchar_t) + 2);
   EXPECT_EQ(data.data()[16], 0);
   EXPECT_EQ(data.data()[17], 0);
-}
 
-TEST_F(SettingsKeyTest, StringEndsAtItsFirstNul) {
-  const wchar_t stored[] = L"abc\0def";
+  const wchar_t stored[] = L"abc\0def";  // ends at its first NUL
   test::setRaw(path_, L"Value", REG_SZ, stored, sizeof stored);
   EXPECT_EQ(SettingsKey(path_).readString(L"Value", L"x"), L"abc");
-}
 
-TEST_F(SettingsKeyTest, StringWithOddByteCountStaysInsideTheBuffer) {
-  const char stored[] = {'a', 0, 'b', 0, 'c'};
-  test::setRaw(path_, L"Odd", REG_SZ, stored, sizeof stored);
+  const char odd[] = {'a', 0, 'b', 0, 'c'};  // an odd byte count stays inside the buffer
+  test::setRaw(path_, L"Odd", REG_SZ, odd, sizeof odd);
   const std::wstring value = SettingsKey(path_).readString(L"Odd", L"x");
   ASSERT_GE(value.size(), 2u);
   EXPECT_EQ(value.substr(0, 2), L"ab");
   EXPECT_LE(value.size(), 3u);
+
+  test::setNumber(path_, L"Layer", 1);  // a number is no string: the default
+  EXPECT_EQ(SettingsKey(path_).readString(L"Layer", L"Default"), L"Default");
 }
 
 TEST_F(SettingsKeyTest, MissingValueOrKeyGivesTheDefaultAndFileNotFound) {
@@ -90,12 +89,7 @@ TEST_F(SettingsKeyTest, NumberIsReadOnlyFromADword) {
   EXPECT_EQ(SettingsKey(path_).readNumberOr(L"AsBinary", 3), 3u);
 }
 
-TEST_F(SettingsKeyTest, StringReadOfANumberGivesTheDefault) {
-  test::setNumber(path_, L"Layer", 1);
-  EXPECT_EQ(SettingsKey(path_).readString(L"Layer", L"Default"), L"Default");
-}
-
-TEST_F(SettingsKeyTest, ListKeepsItsOrder) {
+TEST_F(SettingsKeyTest, ListsKeepTheirOrderAndAreReadOnlyFromMultiStrings) {
   test::setList(path_, L"Filter", {L"{11111111-1111-1111-1111-111111111111}", L"b", L"ccc"});
   EXPECT_EQ(SettingsKey(path_).readList(L"Filter"),
             (std::vector<std::wstring>{L"{11111111-1111-1111-1111-111111111111}", L"b", L"ccc"}));
@@ -103,20 +97,16 @@ TEST_F(SettingsKeyTest, ListKeepsItsOrder) {
 
   test::setList(path_, L"Empty", {});
   EXPECT_TRUE(SettingsKey(path_).readList(L"Empty").empty());
-}
 
-TEST_F(SettingsKeyTest, ListStoredWithoutItsFinalTerminatorsIsComplete) {
   const wchar_t stored[] = {L'a', L'\0', L'b', L'c'};
   test::setRaw(path_, L"Filter", REG_MULTI_SZ, stored, sizeof stored);
   EXPECT_EQ(SettingsKey(path_).readList(L"Filter"), (std::vector<std::wstring>{L"a", L"bc"}));
-}
 
-TEST_F(SettingsKeyTest, ListIsNotReadFromAString) {
   test::setString(path_, L"Filter", L"a");
   EXPECT_TRUE(SettingsKey(path_).readList(L"Filter").empty());
 }
 
-TEST_F(SettingsKeyTest, SubkeysAreListedAsFullPaths) {
+TEST_F(SettingsKeyTest, SubkeysAreListedAsFullPathsUpToTheLongestName) {
   test::createKey(path_ + L"\\S-1-5-21-0-0-0-1000");
   test::createKey(path_ + L"\\S-1-5-18");
   test::setString(path_, L"NotAKey", L"x");
@@ -124,12 +114,11 @@ TEST_F(SettingsKeyTest, SubkeysAreListedAsFullPaths) {
   std::sort(subkeys.begin(), subkeys.end());
   EXPECT_EQ(subkeys, (std::vector<std::wstring>{path_ + L"\\S-1-5-18", path_ + L"\\S-1-5-21-0-0-0-1000"}));
   EXPECT_TRUE(SettingsKey(path_ + L"\\S-1-5-18").enumerateSubkeys().empty());
-}
 
-TEST_F(SettingsKeyTest, LongestSubkeyNameFits) {
-  const std::wstring longName(255 - 1, L'k');
-  test::createKey(path_ + L"\\" + longName);
-  EXPECT_EQ(SettingsKey(path_).enumerateSubkeys(), (std::vector<std::wstring>{path_ + L"\\" + longName}));
+  const std::wstring longName(255 - 1, L'k');  // the longest name a key may have fits
+  const std::wstring parent = path_ + L"\\S-1-5-18";
+  test::createKey(parent + L"\\" + longName);
+  EXPECT_EQ(SettingsKey(parent).enumerateSubkeys(), (std::vector<std::wstring>{parent + L"\\" + longName}));
 }
 
 TEST_F(SettingsKeyTest, SecretStringIsReplacedOrEmptied) {
