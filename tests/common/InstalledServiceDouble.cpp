@@ -8,20 +8,30 @@
 namespace lm2::test {
 namespace {
 
-DWORD queryState(SC_HANDLE service) {
+SERVICE_STATUS_PROCESS queryStatus(SC_HANDLE service) {
   SERVICE_STATUS_PROCESS status = {};
   DWORD needed = 0;
   if (!::QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof status,
                               &needed)) {
-    return 0;
+    status.dwCurrentState = 0;
   }
-  return status.dwCurrentState;
+  return status;
 }
+
+DWORD queryState(SC_HANDLE service) { return queryStatus(service).dwCurrentState; }
 
 void stopAndDelete(SC_HANDLE service) {
   SERVICE_STATUS status = {};
-  ::ControlService(service, SERVICE_CONTROL_STOP, &status);
-  for (int i = 0; i < 100 && queryState(service) != SERVICE_STOPPED; ++i) ::Sleep(50);
+  if (::ControlService(service, SERVICE_CONTROL_STOP, &status)) {
+    for (int i = 0; i < 100 && queryState(service) != SERVICE_STOPPED; ++i) ::Sleep(50);
+  }
+  // A service still starting takes no stop request: its process is ended, so that it can never
+  // serve the pipe for a later test.
+  const SERVICE_STATUS_PROCESS left = queryStatus(service);
+  if (left.dwCurrentState != SERVICE_STOPPED && left.dwProcessId != 0) {
+    UniqueHandle process(::OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, left.dwProcessId));
+    if (process && ::TerminateProcess(process.get(), 1)) ::WaitForSingleObject(process.get(), 5000);
+  }
   ::DeleteService(service);
 }
 

@@ -11,6 +11,7 @@
 
 #include "DebugOutputCapture.h"
 #include "ForwardingOsSeam.h"
+#include "FreedMemoryWatch.h"
 #include "InstalledServiceDouble.h"
 #include "logging/ExtendedResult.h"
 #include "service/ServicePipe.h"
@@ -191,12 +192,31 @@ TEST_F(SessionServiceTest, HangingUpWithoutAReplyIsAReadFailure) {
   EXPECT_TRUE(trace_.contains("failed to send data to service (0x"));
 }
 
-TEST_F(SessionServiceTest, SlowReplyIsWaitedFor) {
+TEST_F(SessionServiceTest, SlowReplyIsWaitedForAndRequestAndReplyAreWiped) {
   test::InstalledServiceDouble service(L"--fault=delay --delay-ms=1500");
   ASSERT_TRUE(startSessionService());
   const auto start = std::chrono::steady_clock::now();
+  test::FreedMemoryWatch watch(std::string("LM2\0\xFF\x10", 6));  // the token's identification
   EXPECT_EQ(notifyTokenAuthentification(record_), result::success());
+  EXPECT_EQ(watch.unwipedBlocks(), 0);
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1400));
+}
+
+TEST_F(SessionServiceTest, StartWaitFollowsTheCheckPointAndGivesUpWithoutProgress) {
+  using std::chrono::steady_clock;
+  {
+    // Longer than its wait hint, but its check point advances every 1.5 s.
+    test::InstalledServiceDouble service(L"--start-pending-ms=4500 --start-steps=2 --start-wait-hint-ms=2000");
+    EXPECT_TRUE(startSessionService());
+    EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_RUNNING));
+  }
+  // No progress: given up once the 2 s hint has passed (polls each second), long before it runs.
+  test::InstalledServiceDouble service(L"--start-pending-ms=8000 --start-wait-hint-ms=2000");
+  const auto start = steady_clock::now();
+  EXPECT_FALSE(startSessionService());
+  const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(steady_clock::now() - start);
+  EXPECT_GE(waited.count(), 2000);
+  EXPECT_LT(waited.count(), 6000);
 }
 
 TEST_F(SessionServiceTest, ServiceThatCannotStartIsReported) {

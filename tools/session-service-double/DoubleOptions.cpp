@@ -33,6 +33,12 @@ bool DoubleOptions::parse(int argc, wchar_t** argv, std::wstring& error) {
       }
     } else if (startsWith(argument, L"--delay-ms=", value)) {
       delayMs = static_cast<unsigned>(std::wcstoul(value.c_str(), nullptr, 10));
+    } else if (startsWith(argument, L"--start-pending-ms=", value)) {
+      startPendingMs = static_cast<unsigned>(std::wcstoul(value.c_str(), nullptr, 10));
+    } else if (startsWith(argument, L"--start-steps=", value)) {
+      startSteps = static_cast<unsigned>(std::wcstoul(value.c_str(), nullptr, 10));
+    } else if (startsWith(argument, L"--start-wait-hint-ms=", value)) {
+      startWaitHintMs = static_cast<unsigned>(std::wcstoul(value.c_str(), nullptr, 10));
     } else if (startsWith(argument, L"--record=", value)) {
       recordFile = value;
     } else {

@@ -2,11 +2,14 @@
 // Command line of the session service double:
 //
 //   session_service_double.exe [--console] [--fault=MODE] [--delay-ms=N] [--record=FILE]
+//                              [--start-pending-ms=N [--start-steps=K] [--start-wait-hint-ms=H]]
 //
 // MODE: echo (default), change-byte (one byte of the reply differs), longer (the reply is three
 // times the request plus 5 bytes), close (hang up without replying), delay (reply after N ms,
 // default 2000), fail-start (the service stops at once with an error, the pipe never appears).
-// --record writes each request received to FILE. --console serves in the console instead of
+// --start-pending-ms keeps the service start-pending for N ms before it serves, reporting a wait
+// hint of H ms (default 3000) and advancing its check point K times (default 0: no progress) at
+// even intervals, as a slow service does. --record writes each request received to FILE. --console serves in the console instead of
 // under the service control manager (which is also the fallback when not started as a service).
 
 #include <string>
@@ -20,6 +23,9 @@ struct DoubleOptions {
   Fault fault = Fault::kEcho;
   unsigned delayMs = 2000;
   std::wstring recordFile;
+  unsigned startPendingMs = 0;
+  unsigned startSteps = 0;
+  unsigned startWaitHintMs = 3000;
 
   // False (with `error` set) for an unknown argument.
   bool parse(int argc, wchar_t** argv, std::wstring& error);

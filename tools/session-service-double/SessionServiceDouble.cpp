@@ -40,7 +40,15 @@ DWORD WINAPI control(DWORD code, DWORD, void*, void*) {
 void WINAPI serviceMain(DWORD, wchar_t**) {
   g_statusHandle = ::RegisterServiceCtrlHandlerExW(kServiceName, control, nullptr);
   if (!g_statusHandle) return;
-  report(SERVICE_START_PENDING, NO_ERROR, 3000);
+  report(SERVICE_START_PENDING, NO_ERROR, g_options.startWaitHintMs);
+  if (g_options.startPendingMs > 0) {
+    const DWORD pause = g_options.startPendingMs / (g_options.startSteps + 1);
+    for (unsigned step = 0; step < g_options.startSteps; ++step) {
+      ::Sleep(pause);
+      report(SERVICE_START_PENDING, NO_ERROR, g_options.startWaitHintMs);  // advances the check point
+    }
+    ::Sleep(pause);
+  }
   if (g_options.fault == lm2::tools::Fault::kFailStart) {
     report(SERVICE_STOPPED, ERROR_SERVICE_SPECIFIC_ERROR);
     return;
