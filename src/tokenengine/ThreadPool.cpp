@@ -38,7 +38,7 @@ void ThreadPool::joinAll() noexcept {
   }
 }
 
-void ThreadPool::stop() {
+void ThreadPool::stop() noexcept {
   {
     std::lock_guard<std::mutex> guard(m_lock);
     m_stopped = true;

@@ -32,7 +32,8 @@ class ThreadPool {
 
   // Queues `task`; throws std::runtime_error("enqueue task on stopped thread pool") once stopped.
   std::future<void> enqueue(std::function<void()> task);
-  void stop();
+  // No queued task starts any more (running ones go on); the destructor joins.
+  void stop() noexcept;
 
   // Whether the calling thread is one of this pool's workers.
   bool isWorkerThread() const noexcept;

@@ -49,6 +49,12 @@ void TokenEngineAbstractionLayer::stopPool() {
   }
 }
 
+void TokenEngineAbstractionLayer::stopStartingOperations() noexcept {
+  std::lock_guard<std::mutex> guard(m_poolLock);
+  m_stopped = true;
+  if (m_pool) m_pool->stop();
+}
+
 bool TokenEngineAbstractionLayer::destructionWaitsFor() const noexcept {
   std::lock_guard<std::mutex> guard(m_poolLock);
   return m_pool && m_pool->isWorkerThread();

@@ -105,6 +105,9 @@ class TokenEngineAbstractionLayer {
   // Stops the pool and joins its workers (running operations finish, queued ones never start).
   // Concrete layers call it before they release what their operations use.
   void stopPool();
+  // Only the first half of stopPool: no queued operation starts any more, nothing is joined. For
+  // a layer that must end its running operations' waits before it can join them.
+  void stopStartingOperations() noexcept;
 
   // A task that could not be queued (memory is short): the context completes at once, on the
   // calling thread, with the allocation failure, so that nobody waits for it forever.

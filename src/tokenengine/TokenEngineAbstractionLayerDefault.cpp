@@ -38,8 +38,9 @@ TokenEngineAbstractionLayerDefault::TokenEngineAbstractionLayerDefault() : m_bin
 
 TokenEngineAbstractionLayerDefault::~TokenEngineAbstractionLayerDefault() {
   logging::LogScope scope(m_log, "TokenEngineAbstractionLayerDefault::~TokenEngineAbstractionLayerDefault");
-  // Waits end and the library stops calling back first; then no worker is left inside the
-  // library when it is freed.
+  // No queued operation starts any more; then waits end and the library stops calling back, so
+  // that no worker is left inside the library when it is freed.
+  stopStartingOperations();
   m_binding.beginUnload();
   stopPool();
   m_binding.freeLibrary();

@@ -49,7 +49,7 @@ void release(void* block) noexcept {
 
 }  // namespace
 
-FreedMemoryWatch::FreedMemoryWatch(const std::string& secret) {
+FreedMemoryWatch::FreedMemoryWatch(std::string_view secret) {
   g_length = secret.size() < kMaxSecret ? secret.size() : kMaxSecret;
   for (std::size_t i = 0; i < g_length; ++i) {
     g_narrow[i] = static_cast<unsigned char>(secret[i]);

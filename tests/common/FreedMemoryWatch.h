@@ -5,14 +5,14 @@
 // the global operator new and delete for that program (Windows builds only).
 
 #include <cstddef>
-#include <string>
+#include <string_view>
 
 namespace lm2::test {
 
 class FreedMemoryWatch {
  public:
   // `secret` should be long and unusual enough (8 characters or more) to appear nowhere else.
-  explicit FreedMemoryWatch(const std::string& secret);
+  explicit FreedMemoryWatch(std::string_view secret);
   ~FreedMemoryWatch();
   FreedMemoryWatch(const FreedMemoryWatch&) = delete;
   FreedMemoryWatch& operator=(const FreedMemoryWatch&) = delete;

@@ -196,7 +196,7 @@ TEST_F(SessionServiceTest, SlowReplyIsWaitedForAndRequestAndReplyAreWiped) {
   test::InstalledServiceDouble service(L"--fault=delay --delay-ms=1500");
   ASSERT_TRUE(startSessionService());
   const auto start = std::chrono::steady_clock::now();
-  test::FreedMemoryWatch watch(std::string("LM2\0\xFF\x10", 6));  // the token's identification
+  test::FreedMemoryWatch watch(std::string_view("LM2\0\xFF\x10", 6));  // the token's identification
   EXPECT_EQ(notifyTokenAuthentification(record_), result::success());
   EXPECT_EQ(watch.unwipedBlocks(), 0);
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1400));

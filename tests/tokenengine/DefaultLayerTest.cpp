@@ -14,6 +14,7 @@
 #include "Completions.h"
 #include "DebugOutputCapture.h"
 #include "EngineControl.h"
+#include "FreedMemoryWatch.h"
 #include "InstalledServiceDouble.h"
 #include "TestRegistry.h"
 #include "settings/ProviderSettings.h"
@@ -459,6 +460,43 @@ TEST_F(DefaultLayerTest, LastReleaseFromATokenEventDestroysTheLayerElsewhere) {
     std::this_thread::sleep_for(100ms);
   }
   EXPECT_EQ(::GetModuleHandleW(L"VestaAccessLibrary.dll"), nullptr) << "destroyed and freed";
+}
+
+TEST_F(DefaultLayerTest, PinsPasswordsAndDroppedTasksLeaveNoSecretInReleasedMemory) {
+  // Secrets long enough to live on the heap; the test's own copies outlive every watch.
+  start(R"({"tokens":[{"id":"4C4D3201","pin":"PIN-39172846","objects":[
+      {"kind":1,"label":"1.3.6.1.4.1.7719.9117.1.1234.8.11","link":"L1","data":"Administrators"},
+      {"kind":2,"label":"1.3.6.1.4.1.7719.9117.1.1234.8.11","link":"L1","data":"Pw-5ec2e7-Geheim"}]}]})");
+  const std::wstring pin = L"PIN-39172846";
+  const User user = users(token_).at(0);
+  {
+    test::FreedMemoryWatch watch("PIN-39172846");
+    EXPECT_EQ(codeOf(run([&](auto c) { layer_->CheckPINAsync(c, token_, pin); })), result::success());
+    EXPECT_EQ(watch.unwipedBlocks(), 0);
+  }
+  {
+    test::FreedMemoryWatch watch("Pw-5ec2e7-Geheim");
+    auto context = run([&](auto c) { layer_->GetPasswordForUserAsync(c, user); });
+    const auto* password = context->getResultAs<AsyncResultWithData<std::wstring>>();
+    ASSERT_NE(password, nullptr);
+    EXPECT_TRUE(password->getData() == L"Pw-5ec2e7-Geheim");
+    for (int i = 0; i < 100 && context.use_count() > 1; ++i) std::this_thread::sleep_for(10ms);
+    context.reset();  // the last reference: the result goes with it
+    EXPECT_EQ(watch.unwipedBlocks(), 0);
+  }
+  // Five slow operations occupy the workers; a PIN check queued behind them is dropped unstarted.
+  engine_.delayTasks(1000);
+  test::Completions busy;
+  for (int i = 0; i < 5; ++i) layer_->GetTokenListAsync(busy.context());
+  std::this_thread::sleep_for(200ms);
+  test::FreedMemoryWatch watch("PIN-39172846");
+  test::Completions dropped;
+  layer_->CheckPINAsync(dropped.context(), token_, pin);
+  delete layer_;
+  layer_ = nullptr;
+  EXPECT_EQ(dropped.count(), 0);
+  EXPECT_EQ(watch.unwipedBlocks(), 0);
+  EXPECT_GT(watch.releasedBlocks(), 0);
 }
 
 TEST_F(DefaultLayerTest, DeletingAnUnknownTaskIsLogged) {
