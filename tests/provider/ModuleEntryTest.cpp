@@ -5,7 +5,9 @@
 #include <objbase.h>
 
 #include "TestRegistry.h"
+#include "logging/ExtendedResult.h"
 #include "platform/ComPtr.h"
+#include "provider/CreateInstance.h"
 #include "provider/ProviderGuids.h"
 #include "settings/ProviderSettings.h"
 
@@ -151,6 +153,17 @@ TEST_F(ModuleEntryTest, ProvidersAreCreatedWithAndWithoutALogConfiguration) {
   second.reset();
   third.reset();
   EXPECT_EQ(canUnloadNow_(), S_OK);
+}
+
+// Linked in directly: the component id lives in the module, out of sight behind the exports.
+TEST(CreateInstance, SetsTheResultComponentIdAtEveryCreation) {
+  for (int creation = 0; creation < 2; ++creation) {
+    result::setComponentId(0);
+    ComPtr<IUnknown> provider;
+    ASSERT_EQ(CSample_CreateInstance(IID_IUnknown, provider.putVoid()), S_OK);
+    EXPECT_EQ(result::componentId(), 16);
+    EXPECT_EQ(result::fromWin32(ERROR_ACCESS_DENIED), 0x8010000080070005ull);
+  }
 }
 
 }  // namespace

@@ -176,6 +176,21 @@ TEST_F(DefaultLayerTest, EveryInitialisationFailureIsLoggedAndNeverCallsTheLibra
   EXPECT_NE(::GetModuleHandleW(L"VestaAccessLibrary.dll"), nullptr);
 }
 
+TEST_F(DefaultLayerTest, ALibraryFileSomebodyMayWriteIsNeverLoaded) {
+  wchar_t system[MAX_PATH];
+  ::GetSystemDirectoryW(system, MAX_PATH);
+  const std::wstring installed = std::wstring(system) + L"\\VestaAccessLibrary.dll";
+  // Its content could change between the signature check and the load.
+  UniqueHandle writer(::CreateFileW(installed.c_str(), GENERIC_WRITE,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                    0, nullptr));
+  ASSERT_TRUE(writer);
+  layer_ = new TokenEngineAbstractionLayerDefault();
+  EXPECT_EQ(codeOf(run([&](auto c) { layer_->InitializeAsync(c); })), 0x8010000080070020ull);  // sharing violation
+  EXPECT_TRUE(trace_.contains("failed to load facade library (0x8010000080070020)"));
+  EXPECT_EQ(::GetModuleHandleW(L"VestaAccessLibrary.dll"), nullptr);
+}
+
 TEST_F(DefaultLayerTest, DependenciesOfTheLibraryNeverComeFromTheProgramFolder) {
   // VteDependency.dll lies beside this test program only.
   EXPECT_EQ(initializeWith(L"dependent"), 0x801000008007007Eull);  // ERROR_MOD_NOT_FOUND
