@@ -4,9 +4,11 @@
 #include <windows.h>
 #include <objbase.h>
 
+#include "DebugOutputCapture.h"
 #include "TestRegistry.h"
 #include "logging/ExtendedResult.h"
 #include "platform/ComPtr.h"
+#include "platform/UniqueResource.h"
 #include "provider/CreateInstance.h"
 #include "provider/ProviderGuids.h"
 #include "settings/ProviderSettings.h"
@@ -134,25 +136,41 @@ TEST_F(ModuleEntryTest, ALiveProviderKeepsTheModuleLoaded) {
   EXPECT_EQ(canUnloadNow_(), S_OK);
 }
 
-TEST_F(ModuleEntryTest, ProvidersAreCreatedWithAndWithoutALogConfiguration) {
+TEST_F(ModuleEntryTest, EveryCreationReadsTheTraceConfigurationFirst) {
+  test::DebugOutputCapture trace;
   ComPtr<IClassFactory> classFactory = factory();
   ComPtr<IUnknown> first;
   ASSERT_EQ(classFactory->CreateInstance(nullptr, IID_IUnknown, first.putVoid()), S_OK);
-
   test::setString(settings::kProviderKeyPath, L"LogSettingsPath", L"C:\\does\\not\\exist.properties");
   ComPtr<IUnknown> second;
   ASSERT_EQ(classFactory->CreateInstance(nullptr, IID_IUnknown, second.putVoid()), S_OK);
+  EXPECT_TRUE(trace.lines().empty()) << "nothing is traced before a configuration exists";
 
-  test::setNumber(settings::kProviderKeyPath, L"LogSettingsPath", 1);  // wrong type: no configuration
+  wchar_t directory[MAX_PATH];
+  wchar_t properties[MAX_PATH];
+  ASSERT_TRUE(::GetTempPathW(MAX_PATH, directory) && ::GetTempFileNameW(directory, L"lm2", 0, properties));
+  {
+    UniqueHandle file(::CreateFileW(properties, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+    DWORD written = 0;
+    ASSERT_TRUE(::WriteFile(file.get(), "log4cpp.rootCategory=DEBUG\n", 27, &written, nullptr));
+  }
+  test::setString(settings::kProviderKeyPath, L"LogSettingsPath", properties);
   ComPtr<IUnknown> third;
   ASSERT_EQ(classFactory->CreateInstance(nullptr, IID_IUnknown, third.putVoid()), S_OK);
+  void* out = nullptr;
+  EXPECT_EQ(classFactory->CreateInstance(nullptr, IID_IClassFactory, &out), E_NOINTERFACE);
+  test::setNumber(settings::kProviderKeyPath, L"LogSettingsPath", 1);  // wrong type: no configuration
+  ComPtr<IUnknown> fourth;
+  ASSERT_EQ(classFactory->CreateInstance(nullptr, IID_IUnknown, fourth.putVoid()), S_OK);
+  ::DeleteFileW(properties);
 
+  const std::vector<std::string> lines = trace.lines();
+  ASSERT_GE(lines.size(), 2u);
+  EXPECT_NE(lines[0].find("CSample_CreateInstance 00000000-0000-0000-c000000000000046"), std::string::npos);
+  EXPECT_NE(lines[1].find("CLM2Provider::CLM2Provider [START]"), std::string::npos);
+  EXPECT_EQ(trace.count("CSample_CreateInstance 00000001-0000-0000-c000000000000046"), 1u);
+  EXPECT_EQ(trace.count("CSample_CreateInstance 00000000-0000-0000-c000000000000046"), 2u);
   EXPECT_NE(first.get(), second.get());
-  EXPECT_EQ(canUnloadNow_(), S_FALSE);
-  first.reset();
-  second.reset();
-  third.reset();
-  EXPECT_EQ(canUnloadNow_(), S_OK);
 }
 
 // Linked in directly: the component id lives in the module, out of sight behind the exports.

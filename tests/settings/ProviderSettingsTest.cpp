@@ -81,20 +81,6 @@ TEST_F(ProviderSettingsTest, SwitchesFollowTheirValues) {
   EXPECT_EQ(changePasswordWithTokenFlags(), 3u);
 }
 
-TEST_F(ProviderSettingsTest, SwitchesStoredAsTextKeepTheirDefaults) {
-  for (const wchar_t* name : {L"EnableExperimentalCredUI", L"DisableSetSerializationImplementation",
-                              L"DisableTokenInitialization", L"DisallowAddingCredentials",
-                              L"TokenInitializationDisallowNullPIN", L"EnableAlternativeAuthenticationPath"}) {
-    test::setString(kProviderKeyPath, name, L"0");
-  }
-  EXPECT_TRUE(enableExperimentalCredUI());
-  EXPECT_FALSE(disableSetSerializationImplementation());
-  EXPECT_FALSE(disableTokenInitialization());
-  EXPECT_FALSE(disallowAddingCredentials());
-  EXPECT_FALSE(tokenInitializationDisallowNullPIN());
-  EXPECT_FALSE(enableAlternativeAuthenticationPath());
-}
-
 TEST_F(ProviderSettingsTest, StringsAndListsAreReadAsConfigured) {
   test::setString(kProviderKeyPath, L"LogSettingsPath", L"C:\\ProgramData\\Lumenar2\\log.properties");
   test::setString(kProviderKeyPath, L"AbstractionLayer", L"Unknown");
