@@ -6,36 +6,6 @@
 #include "service/ServicePipe.h"
 
 namespace lm2::test {
-namespace {
-
-SERVICE_STATUS_PROCESS queryStatus(SC_HANDLE service) {
-  SERVICE_STATUS_PROCESS status = {};
-  DWORD needed = 0;
-  if (!::QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof status,
-                              &needed)) {
-    status.dwCurrentState = 0;
-  }
-  return status;
-}
-
-DWORD queryState(SC_HANDLE service) { return queryStatus(service).dwCurrentState; }
-
-void stopAndDelete(SC_HANDLE service) {
-  SERVICE_STATUS status = {};
-  if (::ControlService(service, SERVICE_CONTROL_STOP, &status)) {
-    for (int i = 0; i < 100 && queryState(service) != SERVICE_STOPPED; ++i) ::Sleep(50);
-  }
-  // A service still starting takes no stop request: its process is ended, so that it can never
-  // serve the pipe for a later test.
-  const SERVICE_STATUS_PROCESS left = queryStatus(service);
-  if (left.dwCurrentState != SERVICE_STOPPED && left.dwProcessId != 0) {
-    UniqueHandle process(::OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, left.dwProcessId));
-    if (process && ::TerminateProcess(process.get(), 1)) ::WaitForSingleObject(process.get(), 5000);
-  }
-  ::DeleteService(service);
-}
-
-}  // namespace
 
 std::wstring programDirectory() {
   wchar_t path[MAX_PATH];
@@ -44,27 +14,29 @@ std::wstring programDirectory() {
   return directory.substr(0, directory.find_last_of(L'\\'));
 }
 
-void InstalledServiceDouble::removeExisting() {
-  UniqueServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-  ASSERT_TRUE(manager) << ::GetLastError();
-  UniqueServiceHandle service(::OpenServiceW(manager.get(), service::kSessionServiceName, SERVICE_ALL_ACCESS));
-  if (service) stopAndDelete(service.get());
+int runProgram(const std::wstring& program, const std::wstring& arguments) {
+  std::wstring command = L"\"" + programDirectory() + L"\\" + program + L"\" " + arguments;
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process = {};
+  if (!::CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process)) {
+    return -1;
+  }
+  UniqueHandle thread(process.hThread);
+  UniqueHandle running(process.hProcess);
+  DWORD exitCode = static_cast<DWORD>(-1);
+  if (::WaitForSingleObject(running.get(), 30000) != WAIT_OBJECT_0) return -1;
+  ::GetExitCodeProcess(running.get(), &exitCode);
+  return static_cast<int>(exitCode);
 }
 
-InstalledServiceDouble::InstalledServiceDouble(const std::wstring& arguments) { install(arguments); }
+void InstalledServiceDouble::removeExisting() {
+  ASSERT_EQ(runProgram(L"session_service_double.exe", L"--remove"), 0);
+}
 
-void InstalledServiceDouble::install(const std::wstring& arguments) {
-  removeExisting();
-  UniqueServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-  ASSERT_TRUE(manager) << ::GetLastError();
-  const std::wstring command =
-      L"\"" + programDirectory() + L"\\session_service_double.exe\"" + (arguments.empty() ? L"" : L" " + arguments);
-  UniqueServiceHandle service(::CreateServiceW(manager.get(), service::kSessionServiceName, L"LM2 session service (double)",
-                                    SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START,
-                                    SERVICE_ERROR_NORMAL, command.c_str(), nullptr, nullptr, nullptr, nullptr,
-                                    nullptr));
-  ASSERT_TRUE(service) << "CreateServiceW failed with " << ::GetLastError();
-  installed_ = true;
+InstalledServiceDouble::InstalledServiceDouble(const std::wstring& arguments) {
+  installed_ = runProgram(L"session_service_double.exe", L"--install " + arguments) == 0;
+  EXPECT_TRUE(installed_) << "session_service_double.exe --install failed";
 }
 
 InstalledServiceDouble::~InstalledServiceDouble() {
@@ -74,8 +46,13 @@ InstalledServiceDouble::~InstalledServiceDouble() {
 DWORD InstalledServiceDouble::state() const {
   UniqueServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
   UniqueServiceHandle service(manager ? ::OpenServiceW(manager.get(), service::kSessionServiceName, SERVICE_QUERY_STATUS)
-                           : nullptr);
-  return service ? queryState(service.get()) : 0;
+                                      : nullptr);
+  SERVICE_STATUS_PROCESS status = {};
+  DWORD needed = 0;
+  return service && ::QueryServiceStatusEx(service.get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
+                                           sizeof status, &needed)
+             ? status.dwCurrentState
+             : 0;
 }
 
 }  // namespace lm2::test

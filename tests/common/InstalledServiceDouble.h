@@ -1,6 +1,7 @@
 #pragma once
 // Installs the session service double as LM2SessionManagementService for the lifetime of the
-// object (stopped; the code under test starts it), and stops and removes it afterwards.
+// object (stopped; the code under test starts it), and stops and removes it afterwards, through
+// the double's own --install and --remove.
 
 #include <windows.h>
 
@@ -10,7 +11,7 @@ namespace lm2::test {
 
 class InstalledServiceDouble {
  public:
-  // `arguments` are appended to the double's command line, e.g. L"--fault=change-byte".
+  // `arguments` are the double's options, e.g. L"--fault=change-byte".
   explicit InstalledServiceDouble(const std::wstring& arguments = L"");
   ~InstalledServiceDouble();
   InstalledServiceDouble(const InstalledServiceDouble&) = delete;
@@ -23,12 +24,12 @@ class InstalledServiceDouble {
   static void removeExisting();
 
  private:
-  void install(const std::wstring& arguments);
-
   bool installed_ = false;
 };
 
 // Beside the test program: where the build puts every Windows program.
 std::wstring programDirectory();
+// Runs a program from there with `arguments` and waits for it: its exit code, or -1.
+int runProgram(const std::wstring& program, const std::wstring& arguments);
 
 }  // namespace lm2::test

@@ -14,6 +14,7 @@
 #include "Completions.h"
 #include "DebugOutputCapture.h"
 #include "EngineControl.h"
+#include "EngineVariants.h"
 #include "FreedMemoryWatch.h"
 #include "InstalledServiceDouble.h"
 #include "TestRegistry.h"
@@ -61,7 +62,7 @@ class DefaultLayerTest : public ::testing::Test {
   void start(const char* description = kEmptyToken) {
     layer_ = new TokenEngineAbstractionLayerDefault();
     ASSERT_EQ(codeOf(run([&](auto c) { layer_->InitializeAsync(c); })), result::success());
-    engine_ = test::EngineControl::ofLoadedEngine();
+    engine_ = vte::EngineControl::ofLoadedEngine();
     ASSERT_TRUE(engine_.available());
     ASSERT_EQ(engine_.loadDescription(description), 0);
   }
@@ -117,7 +118,7 @@ class DefaultLayerTest : public ::testing::Test {
   const Token token_{kTokenId, sizeof kTokenId};
   wchar_t descriptionFile_[MAX_PATH] = {};
   TokenEngineAbstractionLayerDefault* layer_ = nullptr;
-  test::EngineControl engine_;
+  vte::EngineControl engine_;
   test::DebugOutputCapture trace_;
 };
 

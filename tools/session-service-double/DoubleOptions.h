@@ -3,14 +3,19 @@
 //
 //   session_service_double.exe [--console] [--fault=MODE] [--delay-ms=N] [--record=FILE]
 //                              [--start-pending-ms=N [--start-steps=K] [--start-wait-hint-ms=H]]
+//   session_service_double.exe --install [OPTIONS...]
+//   session_service_double.exe --remove
 //
 // MODE: echo (default), change-byte (one byte of the reply differs), longer (the reply is three
 // times the request plus 5 bytes), close (hang up without replying), delay (reply after N ms,
 // default 2000), fail-start (the service stops at once with an error, the pipe never appears).
 // --start-pending-ms keeps the service start-pending for N ms before it serves, reporting a wait
 // hint of H ms (default 3000) and advancing its check point K times (default 0: no progress) at
-// even intervals, as a slow service does. --record writes each request received to FILE. --console serves in the console instead of
-// under the service control manager (which is also the fallback when not started as a service).
+// even intervals, as a slow service does. --record writes each request received to FILE.
+// --console serves in the console instead of under the service control manager (which is also the
+// fallback when not started as a service). --install registers the program as
+// LM2SessionManagementService (demand start) with the options that follow; --remove stops and
+// deletes that service.
 
 #include <string>
 

@@ -5,9 +5,11 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "DoubleOptions.h"
 #include "EchoPipeServer.h"
+#include "ServiceInstallation.h"
 
 namespace {
 
@@ -81,6 +83,15 @@ int runInConsole() {
 
 int wmain(int argc, wchar_t** argv) {
   std::wstring error;
+  const std::wstring command = argc > 1 ? argv[1] : L"";
+  if (command == L"--install" || command == L"--remove") {
+    const bool done = command == L"--remove"
+                          ? lm2::tools::removeService(error)
+                          : g_options.parse(argc - 1, argv + 1, error) &&
+                                lm2::tools::installService(std::vector<std::wstring>(argv + 2, argv + argc), error);
+    if (!done) std::fwprintf(stderr, L"session service double: %ls\n", error.c_str());
+    return done ? 0 : 1;
+  }
   if (!g_options.parse(argc, argv, error)) {
     std::fwprintf(stderr, L"session service double: %ls\n", error.c_str());
     return 2;

@@ -1,0 +1,31 @@
+#pragma once
+// The virtual token engine's control interface as the program that loaded the engine sees it (the
+// tests, the logon host): each control export bound by name from the loaded module, with the type
+// the engine declares for it.
+
+#include <string>
+
+#include "VirtualTokenEngine.h"
+
+namespace lm2::vte {
+
+struct EngineControl {
+  decltype(&VteLoadDescription) loadDescription = nullptr;
+  decltype(&VteInsertToken) insertToken = nullptr;
+  decltype(&VteRemoveToken) removeToken = nullptr;
+  decltype(&VteFailNextTask) failNextTask = nullptr;
+  decltype(&VteFailTaskAfter) failTaskAfter = nullptr;
+  decltype(&VteFailNextTaskStart) failNextTaskStart = nullptr;
+  decltype(&VteDelayTasks) delayTasks = nullptr;
+  decltype(&VteMalformNextResult) malformNextResult = nullptr;
+  decltype(&VteDeliverNextResult) deliverNextResult = nullptr;
+  decltype(&VteDescribe) describe = nullptr;
+
+  // The engine loaded in this process; every function null when none is loaded or one is missing.
+  static EngineControl ofLoadedEngine();
+  bool available() const { return describe != nullptr; }
+  // The engine's tokens and objects as JSON (empty when not available).
+  std::string state() const;
+};
+
+}  // namespace lm2::vte
