@@ -209,20 +209,5 @@ TEST_F(UserTest, FallbackNeedsDomainAndName) {
   EXPECT_TRUE(trace_.contains("call to DoLookupLocal failed (0x8010000080070534)"));
 }
 
-TEST_F(UserTest, TokenModelKeepsItsBytesAndTracesObjects) {
-  const std::uint8_t identification[] = {0xAA, 0xBB};
-  const Token token(identification, 2);
-  EXPECT_EQ(token.block(), (std::vector<std::uint8_t>{2, 0, 0, 0, 0xAA, 0xBB}));
-  const Token empty(nullptr, 0);
-  EXPECT_EQ(empty.identificationLength(), 0u);
-  EXPECT_FALSE(token.sameToken(empty));
-
-  const TokenObject object("app", "label", -1, 42);
-  EXPECT_TRUE(trace_.contains("tokenobject.application = app"));
-  EXPECT_TRUE(trace_.contains("tokenobject.label = label"));
-  EXPECT_TRUE(trace_.contains("tokenobject.attributes = -1"));
-  EXPECT_TRUE(trace_.contains("tokenobject.size = 42"));
-}
-
 }  // namespace
 }  // namespace lm2

@@ -61,7 +61,6 @@ TEST(WipeOnRelease, SecretTextCopiesMovesAndAssignmentsAreWiped) {
     SecretString assigned{std::string("short")};
     assigned = moved;
     SecretWString wide(wideSecret);
-    SecretWString wideMoved(std::move(wide));
   }
   EXPECT_EQ(watch.unwipedBlocks(), 0);
   EXPECT_GE(watch.releasedBlocks(), 4);

@@ -65,26 +65,15 @@ TEST(ItemStream, EveryKindHasItsEncodingAndSize) {
     root.addItem(child, false);
   }
 
-  Bytes content;
-  putHeader(content, 6, "n/a");
-  putU32(content, 7);
-  putHeader(content, 1, "a");
-  putU32(content, 3);
-  content.insert(content.end(), {'h', 'i', 0});
-  putHeader(content, 2, "w");
-  putU32(content, 6);
-  content.insert(content.end(), {0xe4, 0x00, 'b', 0x00, 0x00, 0x00});
-  putHeader(content, 3, "u");
-  content.insert(content.end(), {0x04, 0x03, 0x02, 0x01});
-  putHeader(content, 4, "l");
-  content.insert(content.end(), {0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x01});
-  putHeader(content, 5, "b");
-  putU32(content, 2);
-  content.insert(content.end(), {0xde, 0xad});
-  putHeader(content, 7, "f");
-  content.push_back(1);
-  putHeader(content, 0, "e");
-
+  // Tag, name length + 1, name, zero byte, then the value of each kind, little-endian.
+  const Bytes content = {
+      0x06, 0x04, 0x00, 0x00, 0x00, 0x6e, 0x2f, 0x61, 0x00, 0x07, 0x00, 0x00, 0x00, 0x01, 0x02, 0x00,
+      0x00, 0x00, 0x61, 0x00, 0x03, 0x00, 0x00, 0x00, 0x68, 0x69, 0x00, 0x02, 0x02, 0x00, 0x00, 0x00,
+      0x77, 0x00, 0x06, 0x00, 0x00, 0x00, 0xe4, 0x00, 0x62, 0x00, 0x00, 0x00, 0x03, 0x02, 0x00, 0x00,
+      0x00, 0x75, 0x00, 0x04, 0x03, 0x02, 0x01, 0x04, 0x02, 0x00, 0x00, 0x00, 0x6c, 0x00, 0x08, 0x07,
+      0x06, 0x05, 0x04, 0x03, 0x02, 0x01, 0x05, 0x02, 0x00, 0x00, 0x00, 0x62, 0x00, 0x02, 0x00, 0x00,
+      0x00, 0xde, 0xad, 0x07, 0x02, 0x00, 0x00, 0x00, 0x66, 0x00, 0x01, 0x00, 0x02, 0x00, 0x00, 0x00,
+      0x65, 0x00};
   EXPECT_EQ(toBytes(packItem(root)), envelope(content));
   EXPECT_EQ(root.getSerializedSize(), content.size());
   EXPECT_EQ(a.getSerializedSize(), 7u + 4 + 3);
@@ -125,8 +114,7 @@ TEST(ItemStream, EnvelopeFaultsGiveNull) {
 
 TEST(ItemStream, FlippingAnyContentByteFailsTheCrc) {
   CItemVector root("root");
-  auto child = std::make_unique<CItemStringW>("pun", u"anna");
-  root.addItem(std::move(child));
+  root.addItem(std::make_unique<CItemStringW>("pun", u"anna"));
   root.addItem(std::make_unique<CItemULong>("psi", 1));
   const Bytes good = toBytes(packItem(root));
   for (std::size_t i = 6; i < good.size() - 6; ++i) {
@@ -180,23 +168,6 @@ TEST(ItemStream, ValueRules) {
   EXPECT_EQ(dynamic_cast<CItemULong&>(*named).getValue(), 7u);
 }
 
-TEST(ItemStream, EarlyTerminatorSkipsAllNBytes) {
-  Bytes content;
-  putHeader(content, 6, "v");
-  putU32(content, 2);
-  putHeader(content, 1, "s");
-  putU32(content, 5);
-  content.insert(content.end(), {'a', 'b', 0, 'x', 'y'});
-  putHeader(content, 3, "after");
-  putU32(content, 42);
-  auto root = unpack(envelope(content));
-  ASSERT_NE(root, nullptr);
-  auto& vector = dynamic_cast<CItemVector&>(*root);
-  ASSERT_EQ(vector.count(), 2u);
-  EXPECT_EQ(vector.getItemAs<CItemStringA>("s")->getValue(), "ab");
-  EXPECT_EQ(vector.getItemAs<CItemULong>("after")->getValue(), 42u);
-}
-
 TEST(ItemStream, VectorKeepsTheChildrenThatParse) {
   Bytes content;
   putHeader(content, 6, "v");
@@ -212,22 +183,6 @@ TEST(ItemStream, VectorKeepsTheChildrenThatParse) {
   // The failed second attempt left the cursor on "bad", so the third attempt fails too.
   ASSERT_EQ(vector.count(), 1u);
   EXPECT_EQ(vector.at(0)->getName(), "first");
-
-  Bytes consumed;
-  putHeader(consumed, 6, "v");
-  putU32(consumed, 3);
-  putHeader(consumed, 3, "first");
-  putU32(consumed, 1);
-  putHeader(consumed, 1, "bad");  // header consumed, value fails: no terminator inside N = 1
-  putU32(consumed, 1);
-  consumed.push_back('x');
-  putHeader(consumed, 3, "third");
-  putU32(consumed, 3);
-  root = unpack(envelope(consumed));
-  ASSERT_NE(root, nullptr);
-  auto& second = dynamic_cast<CItemVector&>(*root);
-  ASSERT_EQ(second.count(), 1u) << "the attempt after the failure starts inside the bad value";
-  EXPECT_EQ(second.at(0)->getName(), "first");
 }
 
 TEST(ItemStream, VectorDropsAMalformedSecondOfThreeChildren) {
@@ -235,8 +190,8 @@ TEST(ItemStream, VectorDropsAMalformedSecondOfThreeChildren) {
   putHeader(content, 6, "v");
   putU32(content, 3);
   putHeader(content, 1, "one");
-  putU32(content, 2);
-  content.insert(content.end(), {'1', 0});
+  putU32(content, 4);
+  content.insert(content.end(), {'1', 0, 'x', 'y'});  // an early terminator: all 4 bytes are skipped
   putHeader(content, 1, "two");  // a string item cut off after its header
   putHeader(content, 3, "three");
   putU32(content, 3);

@@ -16,16 +16,8 @@ namespace {
 
 class DebugOutputBackendTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    wchar_t directory[MAX_PATH];
-    ::GetTempPathW(MAX_PATH, directory);
-    char narrow[MAX_PATH * 3];
-    ::WideCharToMultiByte(CP_UTF8, 0, directory, -1, narrow, sizeof narrow, nullptr, nullptr);
-    directory_ = narrow;
-    properties_ = directory_ + "lm2-trace-test.properties";
-    log_ = directory_ + "lm2-trace-test.log";
-    std::remove(log_.c_str());
-  }
+  // In the working folder of the test.
+  void SetUp() override { std::remove(log_.c_str()); }
   void TearDown() override {
     std::remove(properties_.c_str());
     std::remove(log_.c_str());
@@ -42,15 +34,14 @@ class DebugOutputBackendTest : public ::testing::Test {
     return text.str();
   }
 
-  std::string directory_;
-  std::string properties_;
-  std::string log_;
+  const std::string properties_ = "lm2-trace-test.properties";
+  const std::string log_ = "lm2-trace-test.log";
   test::DebugOutputCapture trace_;
 };
 
 TEST_F(DebugOutputBackendTest, FilesLog4cppRefusesLeaveTheTraceOff) {
   Category& category = getCategory("TokenEngineAbstractionLayer");
-  EXPECT_FALSE(configure(directory_ + "no-such.properties"));
+  EXPECT_FALSE(configure("no-such.properties"));
   EXPECT_FALSE(configureWith(""));
   EXPECT_FALSE(configureWith("log4cpp.category.TokenEngineAbstractionLayer=DEBUG\n"));  // no root
   EXPECT_FALSE(configureWith("log4cpp.rootCategory=LOUD\n"));                          // no such priority

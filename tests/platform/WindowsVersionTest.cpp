@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "TestRegistry.h"
 
 namespace lm2 {
@@ -12,28 +15,18 @@ namespace {
 TEST(WindowsVersion, ReportsTheVersionTheProgramWasStartedFor) {
   const std::string expected = test::expectedWindows();
   if (expected.empty()) GTEST_SKIP() << "needs Wine's per-program Windows version";
-  struct Answers {
-    const char* name;
-    bool at61, at61sp1, at61sp2, at62, at63, at100, at101;
-  };
-  const Answers all[] = {{"vista", false, false, false, false, false, false, false},
-                         {"win7", true, true, false, false, false, false, false},
-                         {"win81", true, true, true, true, true, false, false},
-                         {"win10", true, true, true, true, true, true, false}};
-  for (const Answers& a : all) {
-    if (expected != a.name) continue;
-    EXPECT_EQ(isWindowsVersionOrGreater(6, 1), a.at61);
-    EXPECT_EQ(isWindowsVersionOrGreater(6, 1, 1), a.at61sp1);  // Service Pack 1
-    EXPECT_EQ(isWindowsVersionOrGreater(6, 1, 2), a.at61sp2);
-    EXPECT_EQ(isWindows8OrGreater(), a.at62);
-    EXPECT_EQ(isWindowsVersionOrGreater(6, 3), a.at63);
-    EXPECT_EQ(isWindows10OrGreater(), a.at100);
-    EXPECT_EQ(isWindowsVersionOrGreater(10, 1), a.at101);
-    EXPECT_EQ(isExactlyWindows7(), expected == "win7");
-    EXPECT_TRUE(isWindowsVersionOrGreater(6, 0));
-    return;
-  }
-  FAIL() << "unknown version " << expected;
+  const std::string order[] = {"vista", "win7", "win81", "win10"};
+  const auto rank = std::find(std::begin(order), std::end(order), expected) - std::begin(order);
+  ASSERT_LT(rank, 4) << "unknown version " << expected;
+  EXPECT_TRUE(isWindowsVersionOrGreater(6, 0));
+  EXPECT_EQ(isWindowsVersionOrGreater(6, 1), rank >= 1);
+  EXPECT_EQ(isWindowsVersionOrGreater(6, 1, 1), rank >= 1);  // 7 with Service Pack 1
+  EXPECT_EQ(isWindowsVersionOrGreater(6, 1, 2), rank >= 2);
+  EXPECT_EQ(isWindows8OrGreater(), rank >= 2);
+  EXPECT_EQ(isWindowsVersionOrGreater(6, 3), rank >= 2);
+  EXPECT_EQ(isWindows10OrGreater(), rank >= 3);
+  EXPECT_FALSE(isWindowsVersionOrGreater(10, 1));
+  EXPECT_EQ(isExactlyWindows7(), rank == 1);
 }
 
 TEST(WindowsVersion, GermanRunsHaveAGermanUserInterface) {

@@ -121,14 +121,5 @@ TEST_F(SettingsKeyTest, SubkeysAreListedAsFullPathsUpToTheLongestName) {
   EXPECT_EQ(SettingsKey(parent).enumerateSubkeys(), (std::vector<std::wstring>{parent + L"\\" + longName}));
 }
 
-TEST_F(SettingsKeyTest, SecretStringIsReplacedOrEmptied) {
-  test::setString(path_, L"LdapAuthPw", L"s3cret");
-  std::wstring secret = L"previous value";
-  SettingsKey(path_).readSecretString(L"LdapAuthPw", secret);
-  EXPECT_EQ(secret, L"s3cret");
-  SettingsKey(path_).readSecretString(L"Absent", secret);
-  EXPECT_EQ(secret, L"");
-}
-
 }  // namespace
 }  // namespace lm2::settings

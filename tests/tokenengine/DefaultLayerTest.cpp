@@ -222,6 +222,7 @@ TEST_F(DefaultLayerTest, CredentialLifeCycleOnAVirtualToken) {
   ASSERT_NE(listed[0].token(), nullptr);
   EXPECT_TRUE(listed[0].token()->sameToken(token_));
   EXPECT_TRUE(trace_.contains("add user 'Administrators' to list"));
+  EXPECT_TRUE(trace_.contains("tokenobject.label = 1.3.6.1.4.1.7719.9117.1.1234.8.11"));
   ExtendedResult code = 0;
   EXPECT_EQ(passwordOf(listed[0], &code), L"");
   EXPECT_EQ(code, 0xC0100000C0100007ull) << "the password object is private until the PIN was presented";
@@ -513,12 +514,6 @@ TEST_F(DefaultLayerTest, PinsPasswordsAndDroppedTasksLeaveNoSecretInReleasedMemo
   EXPECT_EQ(dropped.count(), 0);
   EXPECT_EQ(watch.unwipedBlocks(), 0);
   EXPECT_GT(watch.releasedBlocks(), 0);
-}
-
-TEST_F(DefaultLayerTest, DeletingAnUnknownTaskIsLogged) {
-  FacadeBinding binding(logging::getCategory(logging::categories::kTokenEngineAbstractionLayer));
-  binding.deleteTaskResult(0x1234);
-  EXPECT_TRUE(trace_.contains("can not delete non existing task '0x0000000000001234'"));
 }
 
 }  // namespace

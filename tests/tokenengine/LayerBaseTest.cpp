@@ -12,7 +12,6 @@
 
 #include "Completions.h"
 #include "DebugOutputCapture.h"
-#include "InstalledServiceDouble.h"
 #include "service/TokenAuthenticationNotice.h"
 
 namespace lm2 {
@@ -61,10 +60,6 @@ class ScriptedLayer final : public TokenEngineAbstractionLayer {
   bool waitForRunning(int count) {
     std::unique_lock<std::mutex> guard(lock_);
     return changed_.wait_for(guard, 5s, [&] { return running_ >= count; });
-  }
-  int running() {
-    std::lock_guard<std::mutex> guard(lock_);
-    return running_;
   }
   void release(int count) {
     std::lock_guard<std::mutex> guard(lock_);
@@ -183,19 +178,10 @@ TEST_F(LayerBaseTest, NothingCompletesOnceShutdownHasBegun) {
   EXPECT_EQ(completions.count(), 5);
 }
 
-TEST_F(LayerBaseTest, TokenLogonNoticeReachesTheSessionService) {
-  test::InstalledServiceDouble echo;
-  ScriptedLayer layer;
-  test::Completions completions;
+TEST_F(LayerBaseTest, TokenLogonRecordCarriesTheTokenTheNameAndTheSid) {
   const std::uint8_t id[] = {0x4C, 0x4D};
   const Token token(id, sizeof id);
-  const User user(L"Administrators", &token);  // any account: the service only echoes
-  layer.NotifyTokenAuthentificationAsync(completions.context(), user);
-  ASSERT_TRUE(completions.waitFor(1, 30000ms));
-  EXPECT_EQ(completions.code(), result::success());
-  EXPECT_TRUE(trace_.contains("TokenEngineAbstractionLayer::NotifyTokenAuthentificationAsync [START]"));
-
-  const service::TokenLogonRecord record = TokenEngineAbstractionLayer::logonRecordOf(user);
+  const service::TokenLogonRecord record = TokenEngineAbstractionLayer::logonRecordOf(User(L"Administrators", &token));
   EXPECT_EQ(record.tokenIdentification, (std::vector<std::uint8_t>{0x4C, 0x4D}));
   EXPECT_EQ(record.userName, L"Administrators");
   EXPECT_EQ(record.secondText, "S-1-5-32-544");

@@ -69,8 +69,6 @@ TEST_F(TokenCapabilityTest, PinPadNeedsTheAdministratorsConsent) {
   EXPECT_FALSE(TokenCapability(*capabilities(true, false, true, "T")).hasPinPad());
   test::setNumber(settings::kProviderKeyPath, L"EnableAlternativeAuthenticationPath", 0);
   EXPECT_FALSE(TokenCapability(*capabilities(true, false, true, "T")).hasPinPad());
-  test::setString(settings::kProviderKeyPath, L"EnableAlternativeAuthenticationPath", L"1");
-  EXPECT_FALSE(TokenCapability(*capabilities(true, false, true, "T")).hasPinPad()) << "text is not a number";
   test::setNumber(settings::kProviderKeyPath, L"EnableAlternativeAuthenticationPath", 1);
   EXPECT_TRUE(TokenCapability(*capabilities(true, false, true, "T")).hasPinPad());
   EXPECT_FALSE(TokenCapability(*capabilities(true, false, false, "T")).hasPinPad());
