@@ -2,19 +2,16 @@
 
 #include <windows.h>
 
-#include <memory>
+#include "platform/UniqueResource.h"
 
 namespace lm2::tools {
 namespace {
 
 constexpr wchar_t kServiceName[] = L"LM2SessionManagementService";
 
-struct ServiceHandleCloser {
-  void operator()(SC_HANDLE handle) const { ::CloseServiceHandle(handle); }
-};
-using ServiceHandle = std::unique_ptr<std::remove_pointer_t<SC_HANDLE>, ServiceHandleCloser>;
-
-std::wstring failure(const wchar_t* step) { return std::wstring(step) + L" failed with " + std::to_wstring(::GetLastError()); }
+std::wstring failure(const wchar_t* step) {
+  return std::wstring(step) + L" failed with " + std::to_wstring(::GetLastError());
+}
 
 SERVICE_STATUS_PROCESS queryStatus(SC_HANDLE service) {
   SERVICE_STATUS_PROCESS status = {};
@@ -33,11 +30,8 @@ void stopAndDelete(SC_HANDLE service) {
   }
   const SERVICE_STATUS_PROCESS left = queryStatus(service);
   if (left.dwCurrentState != SERVICE_STOPPED && left.dwProcessId != 0) {
-    HANDLE process = ::OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, left.dwProcessId);
-    if (process != nullptr) {
-      if (::TerminateProcess(process, 1)) ::WaitForSingleObject(process, 5000);
-      ::CloseHandle(process);
-    }
+    UniqueHandle process(::OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, left.dwProcessId));
+    if (process && ::TerminateProcess(process.get(), 1)) ::WaitForSingleObject(process.get(), 5000);
   }
   ::DeleteService(service);
 }
@@ -49,12 +43,12 @@ std::wstring quoted(const std::wstring& argument) {
 }  // namespace
 
 bool removeService(std::wstring& error) {
-  ServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+  UniqueServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
   if (!manager) {
     error = failure(L"OpenSCManagerW");
     return false;
   }
-  ServiceHandle service(::OpenServiceW(manager.get(), kServiceName, SERVICE_ALL_ACCESS));
+  UniqueServiceHandle service(::OpenServiceW(manager.get(), kServiceName, SERVICE_ALL_ACCESS));
   if (service) stopAndDelete(service.get());
   return true;
 }
@@ -70,8 +64,8 @@ bool installService(const std::vector<std::wstring>& arguments, std::wstring& er
   std::wstring command = L"\"" + std::wstring(program, length) + L"\"";
   for (const std::wstring& argument : arguments) command += L" " + quoted(argument);
 
-  ServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-  ServiceHandle service(manager ? ::CreateServiceW(manager.get(), kServiceName, L"LM2 session service (double)",
+  UniqueServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+  UniqueServiceHandle service(manager ? ::CreateServiceW(manager.get(), kServiceName, L"LM2 session service (double)",
                                                    SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START,
                                                    SERVICE_ERROR_NORMAL, command.c_str(), nullptr, nullptr, nullptr,
                                                    nullptr, nullptr)

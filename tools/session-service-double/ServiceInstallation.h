@@ -12,8 +12,8 @@ namespace lm2::tools {
 bool installService(const std::vector<std::wstring>& arguments, std::wstring& error);
 
 // Stops the service and deletes it; a service that does not take the stop request (it is still
-// starting) has its process ended, so that it can never serve the pipe afterwards. True when no
-// such service is left.
+// starting) has its process ended, so that it can never serve the pipe afterwards. False with
+// `error` set when the service control manager cannot be opened; no such service is no failure.
 bool removeService(std::wstring& error);
 
 }  // namespace lm2::tools
