@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "logging/TraceProperties.h"
+#include "platform/UniqueResource.h"
 
 namespace lm2::logging {
 namespace {
@@ -39,24 +40,19 @@ class FileSink {
   explicit FileSink(const TraceFileAppender& appender) {
     const std::wstring path = widePath(appender.fileName);
     if (path.empty()) return;
-    file_ = ::CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                          appender.append ? OPEN_ALWAYS : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    file_.reset(::CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                              appender.append ? OPEN_ALWAYS : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
   }
-  ~FileSink() {
-    if (file_ != INVALID_HANDLE_VALUE) ::CloseHandle(file_);
-  }
-  FileSink(const FileSink&) = delete;
-  FileSink& operator=(const FileSink&) = delete;
 
   void write(const std::string& line) {
-    if (file_ == INVALID_HANDLE_VALUE) return;
+    if (!file_) return;
     std::lock_guard<std::mutex> guard(lock_);
     DWORD written = 0;
-    ::WriteFile(file_, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    ::WriteFile(file_.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
   }
 
  private:
-  HANDLE file_ = INVALID_HANDLE_VALUE;
+  UniqueHandle file_;
   std::mutex lock_;
 };
 

@@ -6,7 +6,6 @@
 // debug-output viewer shows. A file log4cpp would refuse leaves the trace as it was: off, until a
 // usable file is given. Interface: the subset of log4cpp::Category the facade uses.
 
-#include <atomic>
 #include <cstdarg>
 #include <sstream>
 #include <string>

@@ -72,7 +72,8 @@ ExtendedResult CredentialObjects::findObjects(std::uint32_t kind, const std::opt
     logging::error(m_log, "failed to find objects on token (0x%016llx)", hex(outcome.code));
     return outcome.code == layer_codes::kUnloading ? outcome.code : layer_codes::kFindFailed;
   }
-  const auto* list = outcome.response ? outcome.response->getItemAs<items::CItemVector>(CITEM_NAME_OBJECT_LIST) : nullptr;
+  const auto* list =
+      outcome.response ? outcome.response->getItemAs<items::CItemVector>(CITEM_NAME_OBJECT_LIST) : nullptr;
   if (list == nullptr) {
     logging::error(m_log, "failed to parse find result...result object CITEM_NAME_OBJECT_LIST not found");
     return layer_codes::kObjectMissing;
@@ -92,7 +93,8 @@ ExtendedResult CredentialObjects::findObjects(std::uint32_t kind, const std::opt
       logging::error(m_log, "failed to get object info (0x%016llx)", hex(info.code));
       return info.code;
     }
-    const auto* details = info.response ? info.response->getItemAs<items::CItemVector>(CITEM_NAME_OBJECT_INFO) : nullptr;
+    const auto* details =
+        info.response ? info.response->getItemAs<items::CItemVector>(CITEM_NAME_OBJECT_INFO) : nullptr;
     const auto* application = details ? details->getItemAs<items::CItemStringA>(VAL_ITEM_INFO_APPLICATION) : nullptr;
     const auto* label = details ? details->getItemAs<items::CItemStringA>(VAL_ITEM_INFO_LABEL) : nullptr;
     const auto* attributes = details ? details->getItemAs<items::CItemULong>(VAL_ITEM_INFO_ATTRIBUTES) : nullptr;
@@ -117,7 +119,8 @@ ExtendedResult CredentialObjects::readObject(VAL_OBJECT object, SecureBuffer& co
     logging::error(m_log, "read object failed (0x%016llx)", hex(outcome.code));
     return outcome.code;
   }
-  const auto* data = outcome.response ? outcome.response->getItemAs<items::CItemBuffer>(CITEM_NAME_OBJECT_DATA) : nullptr;
+  const auto* data =
+      outcome.response ? outcome.response->getItemAs<items::CItemBuffer>(CITEM_NAME_OBJECT_DATA) : nullptr;
   if (data == nullptr) {
     logging::error(m_log, "read object failed...result object CITEM_NAME_OBJECT_DATA not found");
     return layer_codes::kInvalidResponse;
@@ -158,7 +161,8 @@ ExtendedResult CredentialObjects::createObject(std::uint32_t kind, const std::st
     logging::error(m_log, "create object failed (0x%016llx)", hex(outcome.code));
     return outcome.code;
   }
-  const auto* handle = outcome.response ? outcome.response->getItemAs<items::CItemULongLong>(CITEM_NAME_OBJECT) : nullptr;
+  const auto* handle =
+      outcome.response ? outcome.response->getItemAs<items::CItemULongLong>(CITEM_NAME_OBJECT) : nullptr;
   if (handle == nullptr) {
     logging::error(m_log, "create object failed...result object CITEM_NAME_OBJECT not found");
     return layer_codes::kInvalidResponse;

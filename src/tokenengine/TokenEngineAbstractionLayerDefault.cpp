@@ -101,7 +101,8 @@ void TokenEngineAbstractionLayerDefault::CheckPINAsync(Context context, const Us
   failWithoutTask(context);
 }
 
-void TokenEngineAbstractionLayerDefault::CheckPINAsync(Context context, const Token& token, const std::wstring& pin) try {
+void TokenEngineAbstractionLayerDefault::CheckPINAsync(Context context, const Token& token,
+                                                       const std::wstring& pin) try {
   queueOperation("TokenEngineAbstractionLayerDefault::CheckPINAsync", context,
                  [this, token, pin = SecretWString(pin)] { return plain(checkPIN(token, pin.get())); });
 } catch (...) {
@@ -163,7 +164,8 @@ void TokenEngineAbstractionLayerDefault::CreateCredentialAsync(Context context, 
 ExtendedResult TokenEngineAbstractionLayerDefault::initialize() { return m_binding.initialize(); }
 
 std::unique_ptr<AsyncResult> TokenEngineAbstractionLayerDefault::getTokenList() {
-  FacadeBinding::TaskOutcome outcome = m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) { return f.getTokenList(task); });
+  FacadeBinding::TaskOutcome outcome =
+      m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) { return f.getTokenList(task); });
   std::vector<Token> tokens;
   if (result::failed(outcome.code)) {
     logging::error(m_log, "failed to get token list (0x%016llx)", hex(outcome.code));

@@ -19,14 +19,16 @@ EngineControl EngineControl::ofLoadedEngine() {
   EngineControl control;
   HMODULE module = ::GetModuleHandleW(L"VestaAccessLibrary.dll");
   if (module == nullptr) return control;
-  const bool complete =
-      bind(module, "VteLoadDescription", control.loadDescription) && bind(module, "VteInsertToken", control.insertToken) &&
-      bind(module, "VteRemoveToken", control.removeToken) && bind(module, "VteFailNextTask", control.failNextTask) &&
-      bind(module, "VteFailTaskAfter", control.failTaskAfter) &&
-      bind(module, "VteFailNextTaskStart", control.failNextTaskStart) &&
-      bind(module, "VteDelayTasks", control.delayTasks) &&
-      bind(module, "VteMalformNextResult", control.malformNextResult) &&
-      bind(module, "VteDeliverNextResult", control.deliverNextResult) && bind(module, "VteDescribe", control.describe);
+  const bool complete = bind(module, "VteLoadDescription", control.loadDescription) &&
+                        bind(module, "VteInsertToken", control.insertToken) &&
+                        bind(module, "VteRemoveToken", control.removeToken) &&
+                        bind(module, "VteFailNextTask", control.failNextTask) &&
+                        bind(module, "VteFailTaskAfter", control.failTaskAfter) &&
+                        bind(module, "VteFailNextTaskStart", control.failNextTaskStart) &&
+                        bind(module, "VteDelayTasks", control.delayTasks) &&
+                        bind(module, "VteMalformNextResult", control.malformNextResult) &&
+                        bind(module, "VteDeliverNextResult", control.deliverNextResult) &&
+                        bind(module, "VteDescribe", control.describe);
   // A library of that name that is not the virtual engine (a vendor's) offers no control at all.
   return complete ? control : EngineControl{};
 }

@@ -125,8 +125,9 @@ std::string TokenStore::describe() const {
   for (const auto& token : m_tokens) {
     json objects = json::array();
     for (const auto& object : token.objects) {
+      const std::vector<std::uint8_t> data(object.data.get().begin(), object.data.get().end());
       objects.push_back({{"handle", object.handle}, {"kind", object.kind}, {"label", object.label},
-                         {"link", object.link}, {"flags", object.flags}, {"dataHex", toHex({object.data.get().begin(), object.data.get().end()})}});
+                         {"link", object.link}, {"flags", object.flags}, {"dataHex", toHex(data)}});
     }
     tokens.push_back({{"id", toHex(token.id)}, {"label", token.label}, {"initialized", token.initialized},
                       {"inserted", token.inserted}, {"retriesLeft", token.retriesLeft}, {"nullPin", token.nullPin},

@@ -248,7 +248,8 @@ VAL_RESULT VAL_CALL getTokenList(VAL_TASK_ID* task) {
     auto list = std::make_unique<CItemVector>(VAL_ITEM_TOKEN_LIST);
     std::lock_guard<std::mutex> guard(engine().store.lock());
     for (const auto& token : engine().store.tokens()) {
-      if (token.inserted) list->addItem(CItemBuffer::copyOf("t", token.id.data(), static_cast<std::uint32_t>(token.id.size())));
+      if (!token.inserted) continue;
+      list->addItem(CItemBuffer::copyOf("t", token.id.data(), static_cast<std::uint32_t>(token.id.size())));
     }
     response.addItem(std::move(list));
     return kSuccess;
