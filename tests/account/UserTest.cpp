@@ -123,7 +123,8 @@ TEST_F(UserTest, DomainNamesUserPrincipalNamesAndOnlineIdentities) {
   ASSERT_TRUE(online.isResolved());
   EXPECT_TRUE(online.isInternetAccount());
   EXPECT_EQ(online.accountName(), L"anna@outlook.com");
-  EXPECT_TRUE(trace_.contains("lookup name from MicrosoftAccount\\anna@outlook.com is MicrosoftAccount\\anna@outlook.com"));
+  EXPECT_TRUE(
+      trace_.contains("lookup name from MicrosoftAccount\\anna@outlook.com is MicrosoftAccount\\anna@outlook.com"));
 
   const User member(L"CORP\\anna");
   ASSERT_TRUE(member.isResolved());

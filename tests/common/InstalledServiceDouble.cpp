@@ -45,8 +45,8 @@ InstalledServiceDouble::~InstalledServiceDouble() {
 
 DWORD InstalledServiceDouble::state() const {
   UniqueServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-  UniqueServiceHandle service(manager ? ::OpenServiceW(manager.get(), service::kSessionServiceName, SERVICE_QUERY_STATUS)
-                                      : nullptr);
+  UniqueServiceHandle service(
+      manager ? ::OpenServiceW(manager.get(), service::kSessionServiceName, SERVICE_QUERY_STATUS) : nullptr);
   SERVICE_STATUS_PROCESS status = {};
   DWORD needed = 0;
   return service && ::QueryServiceStatusEx(service.get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),

@@ -11,7 +11,7 @@ class ExtendedResultTest : public ::testing::Test {
   void TearDown() override { result::setComponentId(result::kModuleComponentId); }
 };
 
-TEST_F(ExtendedResultTest, ConstructionRulesCarryTheComponentId) {
+TEST_F(ExtendedResultTest, ConstructionRulesCarryTheComponentIdOfTheirTime) {
   EXPECT_EQ(result::success(), 0x2000000020100000ull);
   EXPECT_EQ(result::fromWin32(2), 0x8010000080070002ull);
   EXPECT_EQ(result::fromWin32(1332), 0x8010000080070534ull);
@@ -24,9 +24,7 @@ TEST_F(ExtendedResultTest, ConstructionRulesCarryTheComponentId) {
   EXPECT_EQ(result::fromHResult(static_cast<std::int32_t>(0xC0000224)), 0xC0100000C0000224ull);
   EXPECT_EQ(result::fromHResult(static_cast<std::int32_t>(0x8007000E)), 0x801000008007000Eull);
   EXPECT_EQ(result::fromHResult(0), 0x0010000000000000ull);
-}
 
-TEST_F(ExtendedResultTest, ComponentIdIsTakenAtConstructionTime) {
   result::setComponentId(0);
   const ExtendedResult before = result::fromWin32(2);
   result::setComponentId(0x0ABC);

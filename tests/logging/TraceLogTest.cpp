@@ -188,7 +188,8 @@ TEST_F(TraceLogTest, ConfigurationIsReplacedOnlyByAUsableFile) {
   debug(cat_, "first");
   ASSERT_TRUE(configure(writeProperties("second.log", "DEBUG")));
   debug(cat_, "second");
-  EXPECT_EQ(lines(), (std::vector<std::string>{"DEBUG CredentialProvider still here", "DEBUG CredentialProvider first"}));
+  EXPECT_EQ(lines(),
+            (std::vector<std::string>{"DEBUG CredentialProvider still here", "DEBUG CredentialProvider first"}));
   EXPECT_EQ(lines("second.log"), (std::vector<std::string>{"DEBUG CredentialProvider second"}));
 
   ASSERT_TRUE(configure(writeProperties("warn.log", "WARN")));

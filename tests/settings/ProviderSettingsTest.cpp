@@ -44,7 +44,7 @@ TEST_F(ProviderSettingsTest, EmptyKeyGivesEveryDefault) {
   EXPECT_FALSE(enableAlternativeAuthenticationPath());
 }
 
-TEST_F(ProviderSettingsTest, ReenumerateDelayIsUsedAsReadOnlyOnWindows7) {
+TEST_F(ProviderSettingsTest, ReenumerateDelayIsUsedAsReadOnlyOnWindows7AndScaledElsewhere) {
   test::setNumber(kProviderKeyPath, L"ReenumerateDelay", 50);
   EXPECT_EQ(reenumerateDelay(), windows7_ ? 50u : 5u);
   test::setNumber(kProviderKeyPath, L"ReenumerateDelay", 5000);
@@ -54,9 +54,7 @@ TEST_F(ProviderSettingsTest, ReenumerateDelayIsUsedAsReadOnlyOnWindows7) {
   // Stored as text: the default, with the same version rule.
   test::setString(kProviderKeyPath, L"ReenumerateDelay", L"50");
   EXPECT_EQ(reenumerateDelay(), windows7_ ? 1000u : 100u);
-}
 
-TEST_F(ProviderSettingsTest, ReenumerateDelayRuleAtItsEdges) {
   EXPECT_EQ(effectiveReenumerateDelay(0, false), 0u);
   EXPECT_EQ(effectiveReenumerateDelay(1009, false), 100u);
   EXPECT_EQ(effectiveReenumerateDelay(999, false), 99u);
@@ -64,7 +62,7 @@ TEST_F(ProviderSettingsTest, ReenumerateDelayRuleAtItsEdges) {
   EXPECT_EQ(effectiveReenumerateDelay(0xFFFFFFFF, true), 0xFFFFFFFFu);
 }
 
-TEST_F(ProviderSettingsTest, SwitchesFollowTheirValues) {
+TEST_F(ProviderSettingsTest, SwitchesStringsAndListsAreReadAsConfigured) {
   test::setNumber(kProviderKeyPath, L"EnableExperimentalCredUI", 0);
   test::setNumber(kProviderKeyPath, L"DisableSetSerializationImplementation", 2);
   test::setNumber(kProviderKeyPath, L"DisableTokenInitialization", 1);
@@ -79,9 +77,7 @@ TEST_F(ProviderSettingsTest, SwitchesFollowTheirValues) {
   EXPECT_TRUE(tokenInitializationDisallowNullPIN());
   EXPECT_TRUE(enableAlternativeAuthenticationPath());
   EXPECT_EQ(changePasswordWithTokenFlags(), 3u);
-}
 
-TEST_F(ProviderSettingsTest, StringsAndListsAreReadAsConfigured) {
   test::setString(kProviderKeyPath, L"LogSettingsPath", L"C:\\ProgramData\\Lumenar2\\log.properties");
   test::setString(kProviderKeyPath, L"AbstractionLayer", L"Unknown");
   test::setString(kProviderKeyPath, L"CoreSet", L"Kaldera");

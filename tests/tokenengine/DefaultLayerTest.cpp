@@ -154,7 +154,8 @@ TEST_F(DefaultLayerTest, EveryInitialisationFailureIsLoggedAndNeverCallsTheLibra
   delete layer_;
 
   EXPECT_EQ(initializeWith(L"noinit"), 0x801000008007007Full);  // ERROR_PROC_NOT_FOUND
-  EXPECT_TRUE(trace_.contains("can not obtain init function from library...GetProcAddress failed (0x801000008007007f)"));
+  EXPECT_TRUE(
+      trace_.contains("can not obtain init function from library...GetProcAddress failed (0x801000008007007f)"));
   EXPECT_EQ(::GetModuleHandleW(L"VestaAccessLibrary.dll"), nullptr) << "freed, so a retry loads it once";
   delete layer_;
 

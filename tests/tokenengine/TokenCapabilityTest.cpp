@@ -57,15 +57,14 @@ TEST_F(TokenCapabilityTest, UninitialisedTokenReadsNothingElse) {
   EXPECT_TRUE(trace_.contains("token is not initialized"));
 }
 
-TEST_F(TokenCapabilityTest, PinPadIsNotReadWhenTheTokenHasNoPin) {
+TEST_F(TokenCapabilityTest, PinPadNeedsAPinAndTheAdministratorsConsent) {
   test::setNumber(settings::kProviderKeyPath, L"EnableAlternativeAuthenticationPath", 1);
   const TokenCapability capability(*capabilities(true, true, true, "Token A"));
   EXPECT_TRUE(capability.isNullPinUsed());
   EXPECT_FALSE(capability.hasPinPad());
   EXPECT_EQ(capability.label(), L"Token A");
-}
 
-TEST_F(TokenCapabilityTest, PinPadNeedsTheAdministratorsConsent) {
+  test::deleteValue(settings::kProviderKeyPath, L"EnableAlternativeAuthenticationPath");
   EXPECT_FALSE(TokenCapability(*capabilities(true, false, true, "T")).hasPinPad());
   test::setNumber(settings::kProviderKeyPath, L"EnableAlternativeAuthenticationPath", 0);
   EXPECT_FALSE(TokenCapability(*capabilities(true, false, true, "T")).hasPinPad());
