@@ -5,7 +5,7 @@
 #include <new>
 
 #include "provider/CreateInstance.h"
-#include "provider/ModuleState.h"
+#include "platform/ModuleState.h"
 
 namespace lm2 {
 

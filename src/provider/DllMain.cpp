@@ -5,7 +5,7 @@
 #include <new>
 
 #include "provider/ClassFactory.h"
-#include "provider/ModuleState.h"
+#include "platform/ModuleState.h"
 #include "provider/ProviderGuids.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID /*reserved*/) {

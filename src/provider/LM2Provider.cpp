@@ -1,7 +1,7 @@
 #include "provider/LM2Provider.h"
 
 #include "logging/LogScope.h"
-#include "provider/ModuleState.h"
+#include "platform/ModuleState.h"
 
 namespace lm2 {
 

@@ -29,14 +29,20 @@ class CtxData {
     std::lock_guard<std::mutex> guard(m_lock);
     m_result = std::move(result);
   }
+  // A result that several contexts hand on (one engine result reaches every tile). Results are not
+  // changed once stored, so sharing them between threads is safe.
+  void shareResult(std::shared_ptr<const AsyncResult> result) {
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_result = std::move(result);
+  }
   // The result for the completion to look at (null before the operation finished).
   const AsyncResult* getResult() const {
     std::lock_guard<std::mutex> guard(m_lock);
     return m_result.get();
   }
-  std::unique_ptr<AsyncResult> takeResult() {
+  std::shared_ptr<const AsyncResult> sharedResult() const {
     std::lock_guard<std::mutex> guard(m_lock);
-    return std::move(m_result);
+    return m_result;
   }
   template <class Kind>
   const Kind* getResultAs() const {
@@ -46,11 +52,12 @@ class CtxData {
   void complete() {
     if (m_completion) m_completion(*this);
   }
+  const Completion& completion() const noexcept { return m_completion; }
 
  private:
   Completion m_completion;
   mutable std::mutex m_lock;
-  std::unique_ptr<AsyncResult> m_result;
+  std::shared_ptr<const AsyncResult> m_result;
 };
 
 // A context that also carries a value for the completion (a token, the type of the state that
@@ -71,15 +78,48 @@ class CtxTokenEngine : public CtxData {
   using CtxData::CtxData;
 };
 
+// The provider's completion routines, by name: the tiles' transition table asks which of them
+// delivered a result.
+enum class TokenEngineCompletion {
+  None,
+  TokenEngineInitAsyncCompletion,
+  TokenEngineTokenListCompletion,
+  TokenEngineGetTokenCapabilitiesCompletion,
+  TokenEngineListUsersOnTokenCompletion,
+  TokenEngineInitializeTokenCompletion,
+  TokenEngineCheckPINCompletion,
+  TokenEngineAskPINCompletion,
+  TokenEngineGetPasswordCompletion,
+  TokenEngineChangePasswordOnTokenCompletion,
+  TokenEngineCreateCredentialCompletion,
+  TokenEngineNotifyTokenAuthentificationCompletion,
+  TokenEngineStubRouterCompletion,
+};
+
 // The context of operations the provider starts and the unit that travels through a tile's result
-// queue: it names the tile and provider concerned, and the state the result should lead to when
-// the sender names one (void otherwise).
+// queue: it names the completion routine that delivered it, the tile and provider concerned, and
+// the state the result should lead to when the sender names one (void otherwise).
 class CtxTokenEngine4CP : public CtxData {
  public:
   CtxTokenEngine4CP(Completion completion, CCredentialStub* tile, CLM2Provider* provider,
-                    std::shared_ptr<CtxData> data = nullptr, std::type_index target = typeid(void))
-      : CtxData(std::move(completion)), m_tile(tile), m_provider(provider), m_data(std::move(data)), m_target(target) {}
+                    std::shared_ptr<CtxData> data = nullptr, std::type_index target = typeid(void),
+                    TokenEngineCompletion routine = TokenEngineCompletion::None)
+      : CtxData(std::move(completion)),
+        m_tile(tile),
+        m_provider(provider),
+        m_data(std::move(data)),
+        m_target(target),
+        m_routine(routine) {}
 
+  // A new context with the same completion, routine, tile, provider, data and target, sharing the
+  // result (a tile queues such a copy, a core keeps one for its own operations).
+  std::unique_ptr<CtxTokenEngine4CP> copy() const {
+    auto result = std::make_unique<CtxTokenEngine4CP>(completion(), m_tile, m_provider, m_data, m_target, m_routine);
+    result->shareResult(sharedResult());
+    return result;
+  }
+
+  TokenEngineCompletion getRoutine() const noexcept { return m_routine; }
   CCredentialStub* getTile() const noexcept { return m_tile; }
   CLM2Provider* getProvider() const noexcept { return m_provider; }
   const std::shared_ptr<CtxData>& getData() const noexcept { return m_data; }
@@ -90,6 +130,7 @@ class CtxTokenEngine4CP : public CtxData {
   CLM2Provider* m_provider;
   std::shared_ptr<CtxData> m_data;
   std::type_index m_target;
+  TokenEngineCompletion m_routine;
 };
 
 }  // namespace lm2

@@ -1,4 +1,4 @@
-#include "provider/ModuleState.h"
+#include "platform/ModuleState.h"
 
 #include <atomic>
 

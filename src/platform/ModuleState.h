@@ -1,6 +1,7 @@
 #pragma once
-// Process-wide state of the DLL: its instance handle (for loading its own resources) and the count
-// of live objects that keep it loaded (providers, tiles and LockServer(TRUE) calls).
+// Process-wide state of the DLL: its instance handle and the count of live objects that keep it
+// loaded (providers, tiles and LockServer(TRUE) calls). Kept below the provider and the tiles, which
+// both count themselves.
 
 #include <windows.h>
 

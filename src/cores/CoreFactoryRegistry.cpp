@@ -1,0 +1,33 @@
+#include "cores/CoreFactoryRegistry.h"
+
+#include "cores/MessageCores.h"
+
+namespace lm2 {
+
+template <class State, class Core>
+void CoreFactoryRegistry::add(const std::wstring& coreSet) {
+  m_factories[{typeid(State), coreSet}] = [](CCredentialStub* tile) { return std::make_unique<Core>(tile); };
+}
+
+// The states whose cores are built; the others join as their cores arrive.
+CoreFactoryRegistry::CoreFactoryRegistry() {
+  add<CCredentialCoreConnectTokenMessage>();
+  add<CCredentialCoreLoadTokenMessage>();
+  add<CCredentialCoreSearchForTokenMessage>();
+  add<CCredentialCoreMessage>();
+}
+
+const CoreFactoryRegistry& CoreFactoryRegistry::instance() {
+  static const CoreFactoryRegistry registry;
+  return registry;
+}
+
+std::unique_ptr<CCredentialCoreBase> CoreFactoryRegistry::create(std::type_index state, const std::wstring& coreSet,
+                                                                 CCredentialStub* tile) const {
+  auto found = m_factories.find({state, coreSet});
+  if (found == m_factories.end() && !coreSet.empty()) found = m_factories.find({state, std::wstring()});
+  if (found == m_factories.end()) return nullptr;
+  return found->second(tile);
+}
+
+}  // namespace lm2

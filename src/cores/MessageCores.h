@@ -1,0 +1,67 @@
+#pragma once
+// The states in which a tile shows one line of text while it waits for something outside it (the
+// token engine, a token, the token's data), and the tile's error states.
+
+#include <cstdint>
+#include <typeindex>
+
+#include "cores/CredentialCoreBase.h"
+
+namespace lm2 {
+
+class CCredentialCoreMessage : public CCredentialCoreBase {
+ public:
+  // All bits set: no code to show.
+  static constexpr std::uint64_t kNoErrorCode = ~std::uint64_t{0};
+
+  explicit CCredentialCoreMessage(CCredentialStub* tile, UINT messageId = 0);
+
+  void setMessageId(UINT messageId) noexcept { m_messageId = messageId; }
+  UINT messageId() const noexcept { return m_messageId; }
+  // Shown after the text as " (0x" + 16 lowercase hexadecimal digits + ")".
+  void setErrorCode(std::uint64_t code) noexcept { m_errorCode = code; }
+
+  HRESULT Load() override;
+  void PreUnload(const CtxTokenEngine4CP* context) override;
+  void Unload() override;
+  void Update(const CtxTokenEngine4CP* context) override;
+  std::type_index GetTypeIndex() const override;
+
+  // The message text with the code, as the tile shows it.
+  std::wstring text() const;
+
+ private:
+  UINT m_messageId;
+  std::uint64_t m_errorCode = kNoErrorCode;
+};
+
+// The first state of every tile.
+class CCredentialCoreInitializeEngineMessage : public CCredentialCoreMessage {
+ public:
+  explicit CCredentialCoreInitializeEngineMessage(CCredentialStub* tile);
+  std::type_index GetTypeIndex() const override;
+};
+
+class CCredentialCoreSearchForTokenMessage : public CCredentialCoreMessage {
+ public:
+  explicit CCredentialCoreSearchForTokenMessage(CCredentialStub* tile);
+  std::type_index GetTypeIndex() const override;
+};
+
+// A tile without a token: also puts the product title back into the tile's label.
+class CCredentialCoreConnectTokenMessage : public CCredentialCoreMessage {
+ public:
+  explicit CCredentialCoreConnectTokenMessage(CCredentialStub* tile);
+  HRESULT Load() override;
+  std::type_index GetTypeIndex() const override;
+};
+
+// While the token's capabilities and users are read.
+class CCredentialCoreLoadTokenMessage : public CCredentialCoreMessage {
+ public:
+  explicit CCredentialCoreLoadTokenMessage(CCredentialStub* tile);
+  void Update(const CtxTokenEngine4CP* context) override;
+  std::type_index GetTypeIndex() const override;
+};
+
+}  // namespace lm2

@@ -1,0 +1,28 @@
+#pragma once
+// Ids of the texts (resources/MessageCatalogue.rc) that the tile and its states show by name.
+
+#include <windows.h>
+
+namespace lm2::message_ids {
+
+inline constexpr UINT kPleaseConnectToken = 101;
+inline constexpr UINT kTokenNotInitialized = 102;
+inline constexpr UINT kNoCredentialsOnToken = 103;
+inline constexpr UINT kUserNotLinkedToToken = 104;
+inline constexpr UINT kTokenAccessProblem = 105;
+inline constexpr UINT kGraveError = 106;
+inline constexpr UINT kReadingData = 107;
+inline constexpr UINT kProductTitle = 116;
+inline constexpr UINT kEngineInitializing = 117;
+inline constexpr UINT kUndefinedState = 118;
+inline constexpr UINT kUnresolvableState = 119;
+inline constexpr UINT kSearchForToken = 120;
+inline constexpr UINT kPleaseSelectUser = 121;
+inline constexpr UINT kErrorListingUsers = 123;
+inline constexpr UINT kCapabilitiesFailed = 125;
+inline constexpr UINT kNoUserForThisSystem = 130;
+inline constexpr UINT kLoggedOnUserNotOnToken = 137;
+inline constexpr UINT kReconnectToken = 167;
+inline constexpr UINT kUpdatingTokenDataFailed = 168;
+
+}  // namespace lm2::message_ids

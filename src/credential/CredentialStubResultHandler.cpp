@@ -1,0 +1,195 @@
+// The tile's result handler: one thread per tile that takes the token engine's results from the
+// tile's queue, one at a time, and lets the transition table decide what each means in the tile's
+// present state.
+#include "credential/CredentialStub.h"
+
+#include "cores/CoreFactoryRegistry.h"
+#include "cores/CoreTypeName.h"
+#include "cores/CredentialCoreBase.h"
+#include "cores/MessageCores.h"
+#include "cores/MessageIds.h"
+#include "cores/StateTransitionTable.h"
+#include "logging/LogScope.h"
+#include "platform/StopOrWorkWait.h"
+#include "settings/ProviderSettings.h"
+
+namespace lm2 {
+
+using logging::LogScope;
+
+void CCredentialStub::EnqueueAsyncContext(const CtxTokenEngine4CP& context) {
+  LogScope scope(m_log, "CCredentialStub::EnqueueAsyncContext", this);
+  auto entry = context.copy();
+  std::lock_guard<std::mutex> guard(m_queueLock);
+  m_resultQueue.push_back(std::move(entry));
+  m_resultAvailableEvent.set();
+}
+
+void CCredentialStub::ClearAsyncResultQueue() {
+  std::deque<std::unique_ptr<CtxTokenEngine4CP>> dropped;
+  {
+    std::lock_guard<std::mutex> guard(m_queueLock);
+    dropped.swap(m_resultQueue);
+  }
+  while (!dropped.empty()) dropped.pop_front();
+}
+
+void CCredentialStub::PauseResultHandler() {
+  LogScope scope(m_log, "CCredentialStub::PauseResultHandler", this);
+  m_resumeEvent.reset();
+  std::lock_guard<std::mutex> processing(m_processingLock);
+}
+
+std::type_index CCredentialStub::currentCoreType() const {
+  std::lock_guard<std::mutex> guard(m_coreLock);
+  return m_core ? m_core->GetTypeIndex() : std::type_index(typeid(void));
+}
+
+void CCredentialStub::ChangeCurrentCore(std::unique_ptr<CCredentialCoreBase> core, bool coreLockHeld) {
+  if (coreLockHeld) {
+    ChangeCurrentCoreUnlocked(std::move(core));
+    return;
+  }
+  std::lock_guard<std::mutex> guard(m_coreLock);
+  ChangeCurrentCoreUnlocked(std::move(core));
+}
+
+void CCredentialStub::ChangeCurrentCoreUnlocked(std::unique_ptr<CCredentialCoreBase> core) {
+  if (core != nullptr && core.get() == m_core.get()) return;
+  m_tokenCapabilityState.fill(0);
+  // Predicates about "the completion of the result now handled" never look past a state change.
+  m_handledCompletion = TokenEngineCompletion::None;
+  if (m_core) {
+    logging::debug(m_log, "Unloading Core %s", undecoratedTypeName(m_core->GetTypeIndex()).c_str());
+    m_core->Unload();
+    std::atomic_store(&m_core, std::shared_ptr<CCredentialCoreBase>());
+  }
+  std::shared_ptr<CCredentialCoreBase> next(std::move(core));
+  std::atomic_store(&m_core, next);
+  if (next) {
+    logging::debug(m_log, "Loading Core %s", undecoratedTypeName(next->GetTypeIndex()).c_str());
+    next->Load();
+  }
+}
+
+void CCredentialStub::ChangeToErrorMessageCore(UINT messageId) {
+  LogScope scope(m_log, "CCredentialStub::ChangeToErrorMessageCore", this);
+  std::unique_ptr<CCredentialCoreMessage> core;
+  try {
+    core = std::make_unique<CCredentialCoreMessage>(this, messageId);
+  } catch (const std::bad_alloc&) {
+    logging::error(m_log, "failed to create credential message core");
+    return;
+  }
+  ChangeCurrentCore(std::move(core), false);
+}
+
+void CCredentialStub::AsyncResultHandlerFunction() {
+  const StopOrWorkWait resultWait(m_stopEvent.get(), m_resultAvailableEvent.get());
+  const StopOrWorkWait resumeWait(m_stopEvent.get(), m_resumeEvent.get());
+  while (resultWait.wait() == StopOrWorkWait::Outcome::Work) {
+    // A result that came while the tile is paused waits here for LogonUI to show the tile.
+    if (resumeWait.wait() != StopOrWorkWait::Outcome::Work) break;
+    std::unique_ptr<CtxTokenEngine4CP> entry;
+    std::lock_guard<std::mutex> processing(m_processingLock);
+    {
+      std::lock_guard<std::mutex> guard(m_queueLock);
+      if (!m_resultQueue.empty()) {
+        entry = std::move(m_resultQueue.front());
+        m_resultQueue.pop_front();
+        // More results stay signalled: the event is auto-reset and set once per result.
+        if (!m_resultQueue.empty()) m_resultAvailableEvent.set();
+      }
+    }
+    try {
+      if (entry) {
+        logging::debug(m_log, "async result available for processing in AsyncResultHandlerFunction");
+        handleResult(std::move(entry));
+      } else {
+        logging::error(m_log, "result available event was set but no async result in queue stored");
+      }
+      reportChangedLook();
+    } catch (...) {
+      // One result that could not be handled (memory ran out) must not end the tile's handler.
+      logging::error(m_log, "handling an async result failed");
+    }
+  }
+  logging::debug(m_log, "cancel AsyncResultHandlerFunction because stop event was set");
+}
+
+void CCredentialStub::handleResult(std::unique_ptr<CtxTokenEngine4CP> entry) {
+  LogScope scope(m_log, "CCredentialStub::handleResult", this);
+  m_handledCompletion = entry->getRoutine();
+  const std::type_index current = currentCoreType();
+  const StateTransitionTable::Match match = StateTransitionTable::instance().find(current, this, entry.get());
+  m_changed.exchange(0);
+  if (match.edge == nullptr) {
+    logging::error(m_log, "invalid state transition detected from core '%s'", undecoratedTypeName(current).c_str());
+    if (GetRelatedToken()) ChangeToErrorMessageCore(message_ids::kUndefinedState);
+    return;
+  }
+  const std::type_index named = entry->getTarget();
+  const std::type_index target = named != std::type_index(typeid(void)) ? named : match.edge->target();
+  if (target == current) {
+    std::lock_guard<std::mutex> guard(m_coreLock);
+    if (m_core) {
+      match.edge->invoke(m_core.get(), entry.get());
+      m_core->Update(entry.get());
+    }
+    return;
+  }
+  changeCoreFor(target, *match.edge, *entry);
+}
+
+void CCredentialStub::changeCoreFor(std::type_index target, const StateTransitionCondition& edge,
+                                    const CtxTokenEngine4CP& context) {
+  logging::debug(m_log, "state transition results in core change from '%s' to '%s'",
+                 undecoratedTypeName(currentCoreType()).c_str(), undecoratedTypeName(target).c_str());
+  std::unique_ptr<CCredentialCoreBase> core = CoreFactoryRegistry::instance().create(target, settings::coreSet(), this);
+  if (!core) {
+    logging::error(m_log, "can not resolve type '%s'", undecoratedTypeName(target).c_str());
+    ChangeToErrorMessageCore(message_ids::kUnresolvableState);
+    return;
+  }
+  if (!waitUntilReenumeratePossible()) return;
+  std::lock_guard<std::mutex> guard(m_coreLock);
+  if (m_core) m_core->PreUnload(&context);
+  edge.invoke(core.get(), &context);
+  CCredentialCoreBase* loaded = core.get();
+  ChangeCurrentCore(std::move(core), true);
+  loaded->PostLoad(&context);
+}
+
+bool CCredentialStub::waitUntilReenumeratePossible() {
+  const StopOrWorkWait stop(m_stopEvent.get(), m_resultAvailableEvent.get());
+  for (;;) {
+    long long wait = 0;
+    bool haveProvider = false;
+    bool possible = false;
+    {
+      std::lock_guard<std::mutex> guard(m_providerLock);
+      if (m_provider) {
+        haveProvider = true;
+        possible = m_provider->IsReenumeratePossible(wait);
+      }
+    }
+    if (possible) return true;
+    // Without a provider the tile is on its way out: it waits (and never changes state) until it is
+    // destroyed.
+    const DWORD sleep = !haveProvider ? 0 : (wait < 0 || wait >= 0xFFFFFFFFLL) ? 100 : static_cast<DWORD>(wait);
+    if (stop.sleepUnlessStopped(sleep)) return false;
+  }
+}
+
+// Fields changed through the wrappers reached LogonUI through its sink; the provider needs to
+// hear of it only when there is none to reach, or for CredUI, which the provider tells in any case.
+void CCredentialStub::reportChangedLook() {
+  std::lock_guard<std::mutex> guard(m_providerLock);
+  LONG expected = 1;
+  const bool changed = m_changed.compare_exchange_strong(expected, 0);
+  if (!m_provider || !changed) return;
+  if (hasAdvisedSink() && m_scenario != CPUS_CREDUI) return;
+  m_provider->GuiChangedHandler(1);
+}
+
+}  // namespace lm2

@@ -1,0 +1,28 @@
+#include "platform/ModuleResources.h"
+
+namespace lm2::resources {
+
+HMODULE providerModule() noexcept { return ::GetModuleHandleW(kModuleFileName); }
+
+std::wstring loadString(UINT id) noexcept {
+  // With a buffer length of 0 LoadStringW hands out the resource's own read-only text.
+  const wchar_t* text = nullptr;
+  const int length = ::LoadStringW(providerModule(), id, reinterpret_cast<LPWSTR>(&text), 0);
+  if (length <= 0 || text == nullptr) return {};
+  try {
+    return std::wstring(text, static_cast<std::size_t>(length));
+  } catch (...) {
+    return {};
+  }
+}
+
+HBITMAP loadBitmap(UINT id) noexcept {
+  HMODULE module = providerModule();
+  if (module == nullptr) {
+    ::SetLastError(ERROR_MOD_NOT_FOUND);
+    return nullptr;
+  }
+  return static_cast<HBITMAP>(::LoadImageW(module, MAKEINTRESOURCEW(id), IMAGE_BITMAP, 0, 0, LR_CREATEDIBSECTION));
+}
+
+}  // namespace lm2::resources
