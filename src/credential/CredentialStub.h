@@ -138,6 +138,8 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   bool isLocalUser() const noexcept { return m_isLocalUser; }
   const std::wstring& getQualifiedUserName() const noexcept { return m_qualifiedUserName; }
   TokenEngineCompletion getHandledCompletion() const noexcept { return m_handledCompletion.load(); }
+  // The handler records which completion delivered the result it handles (cleared on a change).
+  void setHandledCompletion(TokenEngineCompletion routine) noexcept { m_handledCompletion = routine; }
   std::array<std::uint8_t, 16>& tokenCapabilityState() noexcept { return m_tokenCapabilityState; }
   bool isSelected() const noexcept { return m_selected.load(); }
   bool wasSelected() const noexcept { return m_wasSelected.load(); }

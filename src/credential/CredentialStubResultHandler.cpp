@@ -119,7 +119,7 @@ void CCredentialStub::AsyncResultHandlerFunction() {
 
 void CCredentialStub::handleResult(std::unique_ptr<CtxTokenEngine4CP> entry) {
   LogScope scope(m_log, "CCredentialStub::handleResult", this);
-  m_handledCompletion = entry->getRoutine();
+  setHandledCompletion(entry->getRoutine());
   const std::type_index current = currentCoreType();
   const StateTransitionTable::Match match = StateTransitionTable::instance().find(current, this, entry.get());
   m_changed.exchange(0);
