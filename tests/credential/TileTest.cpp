@@ -94,6 +94,31 @@ TEST_F(TileTest, NewTileShowsTheEngineStartingUnderTheProductTitle) {
   EXPECT_GT(provider.stamps.load(), 0);
 }
 
+// A state that overrides no field call offers an empty choice, an unchecked box and nothing to
+// submit; a field that never had a text is answered by the state all the same.
+TEST_F(TileTest, AMessageStateOffersNothingToChooseOrSubmit) {
+  Tile tile(provider);
+  BOOL checked = TRUE;
+  PWSTR text = nullptr;
+  ASSERT_EQ(tile->GetCheckboxValue(12, &checked, &text), S_OK);
+  EXPECT_FALSE(checked);
+  EXPECT_EQ(taken(text), L"");
+  text = reinterpret_cast<PWSTR>(1);
+  EXPECT_EQ(tile->GetStringValue(7, &text), S_OK);
+  EXPECT_EQ(text, nullptr);
+  auto response = static_cast<CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE>(77);
+  CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION serialization{};
+  serialization.cbSerialization = 99;
+  EXPECT_EQ(tile->GetSerialization(&response, &serialization, nullptr, nullptr), S_OK);
+  EXPECT_EQ(response, 77);
+  EXPECT_EQ(serialization.cbSerialization, 99u);
+  auto icon = CPSI_ERROR;
+  text = reinterpret_cast<PWSTR>(1);
+  EXPECT_EQ(tile->ReportResult(static_cast<NTSTATUS>(0xC000006D), 0, &text, &icon), S_OK);
+  EXPECT_EQ(text, nullptr);
+  EXPECT_EQ(icon, CPSI_NONE);
+}
+
 TEST_F(TileTest, BadFieldIdsAndTypesAreRefusedWithTheirTexts) {
   test::enableTrace();
   test::DebugOutputCapture trace;
