@@ -15,6 +15,11 @@ CoreFactoryRegistry::CoreFactoryRegistry() {
   add<CCredentialCoreLoadTokenMessage>();
   add<CCredentialCoreSearchForTokenMessage>();
   add<CCredentialCoreMessage>();
+  add<CCredentialCoreTEInitializationFailed>();
+  add<CCredentialCoreTokenNotInitialized>();
+  add<CCredentialCoreTokenNotInitialized, CCredentialCoreTokenNotInitializedKalderaImpl>(L"Kaldera");
+  add<CCredentialCoreEmptyToken>();
+  add<CCredentialCoreEmptyToken, CCredentialCoreEmptyTokenKalderaImpl>(L"Kaldera");
 }
 
 const CoreFactoryRegistry& CoreFactoryRegistry::instance() {

@@ -1,6 +1,6 @@
 #pragma once
 // The tile states whose cores arrive with the features that need them (logon, several users,
-// storing a first credential, token initialisation, password changes, engine failures). The
+// storing a first credential, token initialisation, password changes). The
 // transition table already knows them by their class; until a state's cores are registered with
 // the factory registry, a transition into it ends in the message "The subsequent state can not be
 // resolved ...", exactly as for any state the registry cannot make. These classes are never
@@ -9,7 +9,6 @@
 #include <typeindex>
 
 #include "cores/CredentialCoreBase.h"
-#include "cores/MessageCores.h"
 
 namespace lm2 {
 
@@ -20,9 +19,6 @@ namespace lm2 {
     std::type_index GetTypeIndex() const override { return typeid(Name); }   \
   };
 
-LM2_PENDING_STATE(CCredentialCoreTEInitializationFailed, CCredentialCoreMessage)
-LM2_PENDING_STATE(CCredentialCoreTokenNotInitialized, CCredentialCoreMessage)
-LM2_PENDING_STATE(CCredentialCoreEmptyToken, CCredentialCoreMessage)
 LM2_PENDING_STATE(CCredentialCoreKnownUserLogon, CCredentialCoreBase)
 LM2_PENDING_STATE(CCredentialCoreMultiUserTokenLogon, CCredentialCoreBase)
 LM2_PENDING_STATE(CCredentialCoreChangePasswordOnToken, CCredentialCoreBase)

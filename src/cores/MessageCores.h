@@ -65,3 +65,70 @@ class CCredentialCoreLoadTokenMessage : public CCredentialCoreMessage {
 };
 
 }  // namespace lm2
+
+namespace lm2 {
+
+// The token engine could not be started: the message with the failure's code, and a command link
+// that starts it again (its result comes back through the provider to every tile).
+class CCredentialCoreTEInitializationFailed : public CCredentialCoreMessage {
+ public:
+  explicit CCredentialCoreTEInitializationFailed(CCredentialStub* tile);
+  HRESULT Load() override;
+  void Unload() override;
+  void Update(const CtxTokenEngine4CP* context) override;
+  HRESULT CommandLinkClicked(DWORD fieldId) override;
+  std::type_index GetTypeIndex() const override;
+};
+
+// A message with a command link that moves the tile to another state, offered only where the
+// administrator allows it and only for logon and unlock.
+class CCredentialCoreMessageWithLink : public CCredentialCoreMessage {
+ public:
+  HRESULT Load() override;
+  void Unload() override;
+  HRESULT CommandLinkClicked(DWORD fieldId) override;
+  bool commandLinkAllowed() const noexcept { return m_linkAllowed; }
+
+ protected:
+  CCredentialCoreMessageWithLink(CCredentialStub* tile, UINT messageId, bool forbiddenByAdministrator,
+                                 UINT linkText, std::type_index linkTarget);
+  void forbidCommandLink() noexcept { m_linkAllowed = false; }
+  // Whether the token allows what the link offers (asked at Load).
+  virtual bool tokenAllowsLink() const { return true; }
+  virtual void reportLinkRefused() const {}
+
+ private:
+  bool m_linkAllowed;
+  UINT m_linkText;
+  std::type_index m_linkTarget;
+};
+
+class CCredentialCoreTokenNotInitialized : public CCredentialCoreMessageWithLink {
+ public:
+  explicit CCredentialCoreTokenNotInitialized(CCredentialStub* tile);
+  std::type_index GetTypeIndex() const override;
+
+ protected:
+  bool tokenAllowsLink() const override;
+  void reportLinkRefused() const override;
+};
+
+class CCredentialCoreEmptyToken : public CCredentialCoreMessageWithLink {
+ public:
+  explicit CCredentialCoreEmptyToken(CCredentialStub* tile);
+  std::type_index GetTypeIndex() const override;
+};
+
+// The access-card variant: cards are initialised and enrolled by the card administration, never
+// at the logon screen.
+class CCredentialCoreTokenNotInitializedKalderaImpl final : public CCredentialCoreTokenNotInitialized {
+ public:
+  explicit CCredentialCoreTokenNotInitializedKalderaImpl(CCredentialStub* tile);
+};
+
+class CCredentialCoreEmptyTokenKalderaImpl final : public CCredentialCoreEmptyToken {
+ public:
+  explicit CCredentialCoreEmptyTokenKalderaImpl(CCredentialStub* tile);
+};
+
+}  // namespace lm2

@@ -19,9 +19,13 @@ inline constexpr UINT kUnresolvableState = 119;
 inline constexpr UINT kSearchForToken = 120;
 inline constexpr UINT kPleaseSelectUser = 121;
 inline constexpr UINT kErrorListingUsers = 123;
+inline constexpr UINT kEngineFailed = 124;
 inline constexpr UINT kCapabilitiesFailed = 125;
 inline constexpr UINT kNoUserForThisSystem = 130;
 inline constexpr UINT kLoggedOnUserNotOnToken = 137;
+inline constexpr UINT kInitializeAgain = 142;
+inline constexpr UINT kInitializeTokenNow = 154;
+inline constexpr UINT kStoreFirstCredential = 158;
 inline constexpr UINT kReconnectToken = 167;
 inline constexpr UINT kUpdatingTokenDataFailed = 168;
 

@@ -43,6 +43,14 @@ struct ShowMessage {
   }
 };
 
+// A failed engine start shows the failure's code.
+struct ShowCode {
+  void operator()(Message* core, const CtxTokenEngine4CP* context) const {
+    const AsyncResult* result = context ? context->getResult() : nullptr;
+    if (core && result) core->setErrorCode(result->getResultCode());
+  }
+};
+
 // The empty token's user list: the token was changed elsewhere (it has credentials now, or could
 // not be read), so it is read again from the start.
 struct EmptyTokenListed {
@@ -104,7 +112,7 @@ StateTransitionTable::StateTransitionTable() {
   /* 25 */ add<MultiUser, MultiUser>({afterAskPin}, nothing);
   /* 26 */ add<EngineMessage, SearchToken>({afterEngineInitialisation, succeeded}, nothing);
   /* 27 */ add<EngineMessage, Message>({afterEngineInitialisation, code20}, ShowMessage{kGraveError, true});
-  /* 28 */ add<EngineMessage, EngineFailed>({afterEngineInitialisation, failed}, nothing);
+  /* 28 */ add<EngineMessage, EngineFailed>({afterEngineInitialisation, failed}, ShowCode{});
   /* 29 */ add<EngineFailed, SearchToken>({afterEngineInitialisation, succeeded}, nothing);
   /* 30 */ add<EngineFailed, Message>({afterEngineInitialisation, code20}, ShowMessage{kGraveError, true});
   /* 31 */ add<EngineFailed, EngineFailed>({afterEngineInitialisation, failed}, nothing);

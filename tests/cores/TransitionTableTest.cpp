@@ -11,6 +11,7 @@
 #include "TileHarness.h"
 #include "cores/CoreFactoryRegistry.h"
 #include "cores/CoreStates.h"
+#include "cores/MessageCores.h"
 #include "cores/StateTransitionTable.h"
 #include "settings/ProviderSettings.h"
 #include "tokenengine/LayerResultCodes.h"

@@ -105,11 +105,12 @@ TEST_F(ResultHandlerTest, AStateWithoutCoreShowsMessage119) {
   test::DebugOutputCapture trace;
   Tile tile(provider);
   bindToken(tile);
-  tile.deliver(Completion::TokenEngineGetTokenCapabilitiesCompletion, test::capabilities(false));  // row 3
+  tile.deliver(Completion::TokenEngineListUsersOnTokenCompletion,
+               test::userList({L".\\" + test::currentUserName()}));  // row 10, whose core comes later
   ASSERT_TRUE(tile.waitForMessage(message(119)));
   EXPECT_TRUE(trace.contains("state transition results in core change from 'lm2::CCredentialCoreLoadTokenMessage' "
-                             "to 'lm2::CCredentialCoreTokenNotInitialized'"));
-  EXPECT_TRUE(trace.contains("can not resolve type 'lm2::CCredentialCoreTokenNotInitialized'"));
+                             "to 'lm2::CCredentialCoreKnownUserLogon'"));
+  EXPECT_TRUE(trace.contains("can not resolve type 'lm2::CCredentialCoreKnownUserLogon'"));
 }
 
 TEST_F(ResultHandlerTest, ACoreSetWithoutTheStateFallsBackToTheDefaultCore) {

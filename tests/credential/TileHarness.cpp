@@ -59,12 +59,18 @@ std::unique_ptr<AsyncResult> userList(const std::vector<std::wstring>& names, Ex
   return std::make_unique<AsyncResultListUsers>(code, std::move(users));
 }
 
-std::unique_ptr<AsyncResult> capabilities(bool initialized) {
+TokenCapability capability(bool initialized, bool canBeInitialized) {
   items::CItemVector tree("tc");
-  auto flag = std::make_unique<items::CItemBoolean>("tcii");
-  flag->setValue(initialized);
-  tree.addItem(std::move(flag));
-  return std::make_unique<AsyncResultWithData<TokenCapability>>(kSuccess, TokenCapability(tree));
+  for (const auto& [name, value] : {std::pair{"tcii", initialized}, std::pair{"tccbi", canBeInitialized}}) {
+    auto flag = std::make_unique<items::CItemBoolean>(name);
+    flag->setValue(value);
+    tree.addItem(std::move(flag));
+  }
+  return TokenCapability(tree);
+}
+
+std::unique_ptr<AsyncResult> capabilities(bool initialized, bool canBeInitialized) {
+  return std::make_unique<AsyncResultWithData<TokenCapability>>(kSuccess, capability(initialized, canBeInitialized));
 }
 
 std::unique_ptr<AsyncResult> plainResult(ExtendedResult code) { return std::make_unique<AsyncResult>(code); }

@@ -51,7 +51,8 @@ std::wstring currentUserName();
 
 // A user list as the engine's completion delivers it: each name is looked up as an account.
 std::unique_ptr<AsyncResult> userList(const std::vector<std::wstring>& names, ExtendedResult code = 0x2000000020100000);
-std::unique_ptr<AsyncResult> capabilities(bool initialized);
+std::unique_ptr<AsyncResult> capabilities(bool initialized, bool canBeInitialized = false);
+TokenCapability capability(bool initialized, bool canBeInitialized);
 std::unique_ptr<AsyncResult> plainResult(ExtendedResult code);
 
 inline constexpr ExtendedResult kSuccess = 0x2000000020100000ull;

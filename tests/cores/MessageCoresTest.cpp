@@ -1,0 +1,128 @@
+// The message states with a command link: where they offer it (scenario, registry, core set, what
+// the token can do), what a click does, and the engine-failure state with its code.
+#include <gtest/gtest.h>
+
+#include "DebugOutputCapture.h"
+#include "TestRegistry.h"
+#include "TileHarness.h"
+#include "settings/ProviderSettings.h"
+#include "tokenengine/LayerResultCodes.h"
+
+namespace lm2 {
+namespace {
+
+using Completion = TokenEngineCompletion;
+using test::message;
+using test::Tile;
+
+const std::uint8_t kTokenId[] = {7, 7};
+constexpr DWORD kLink = 19;
+
+class MessageCoresTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { test::loadProviderResources(); }
+  void SetUp() override { clear(); }
+  void TearDown() override { clear(); }
+  static void clear() {
+    for (const wchar_t* name : {L"CoreSet", L"DisableTokenInitialization", L"DisallowAddingCredentials"}) {
+      test::deleteValue(settings::kProviderKeyPath, name);
+    }
+  }
+
+  // A tile bound to a token that can be initialised, moved to the uninitialised or empty state.
+  std::unique_ptr<Tile> tileIn(bool emptyToken, CREDENTIAL_PROVIDER_USAGE_SCENARIO scenario, bool canInitialize = true) {
+    auto tile = std::make_unique<Tile>(provider, scenario);
+    const Token token(kTokenId, sizeof(kTokenId));
+    (*tile)->SetRelatedToken(&token);
+    const TokenCapability capability = test::capability(!emptyToken, canInitialize);
+    (*tile)->SetTokenCapability(&capability);
+    if (emptyToken) {
+      (*tile).deliver(Completion::TokenEngineListUsersOnTokenCompletion, test::userList({}));
+    } else {
+      (*tile).deliver(Completion::TokenEngineGetTokenCapabilitiesCompletion, test::capabilities(false));
+    }
+    EXPECT_TRUE(tile->waitForMessage(message(emptyToken ? 103 : 102)));
+    return tile;
+  }
+
+  test::TestProvider provider;
+};
+
+TEST_F(MessageCoresTest, TheLinkIsOfferedOnlyForLogonAndUnlockWhereAllowed) {
+  struct Case {
+    bool emptyToken;
+    CREDENTIAL_PROVIDER_USAGE_SCENARIO scenario;
+    int forbidding;  // the registry value that forbids the link; -1: absent
+    const wchar_t* coreSet;
+    bool canInitialize;
+    bool linkShown;
+  };
+  const Case cases[] = {
+      {false, CPUS_LOGON, -1, L"", true, true},
+      {false, CPUS_UNLOCK_WORKSTATION, 0, L"", true, true},
+      {false, CPUS_CHANGE_PASSWORD, 0, L"", true, false},
+      {false, CPUS_CREDUI, -1, L"", true, false},
+      {false, CPUS_LOGON, 1, L"", true, false},
+      {false, CPUS_LOGON, -1, L"", false, false},
+      {false, CPUS_LOGON, -1, L"Kaldera", true, false},
+      {true, CPUS_LOGON, -1, L"", false, true},
+      {true, CPUS_UNLOCK_WORKSTATION, 0, L"", false, true},
+      {true, CPUS_CHANGE_PASSWORD, -1, L"", false, false},
+      {true, CPUS_CREDUI, 0, L"", false, false},
+      {true, CPUS_LOGON, 2, L"", false, false},
+      {true, CPUS_LOGON, -1, L"Kaldera", false, false},
+  };
+  for (const Case& c : cases) {
+    clear();
+    const wchar_t* value = c.emptyToken ? L"DisallowAddingCredentials" : L"DisableTokenInitialization";
+    if (c.forbidding >= 0) test::setNumber(settings::kProviderKeyPath, value, static_cast<DWORD>(c.forbidding));
+    test::setString(settings::kProviderKeyPath, L"CoreSet", c.coreSet);
+    auto tile = tileIn(c.emptyToken, c.scenario, c.canInitialize);
+    const host::TileView view = tile->view();
+    const std::string what = std::string(c.emptyToken ? "empty" : "uninitialised") + " scenario " +
+                             std::to_string(c.scenario) + " value " + std::to_string(c.forbidding);
+    EXPECT_EQ(view.shows(kLink), c.linkShown) << what;
+    if (c.linkShown) {
+      EXPECT_EQ(view.textOf(kLink), message(c.emptyToken ? 158 : 154)) << what;
+      EXPECT_EQ(view.focus(), kLink) << what;
+    }
+  }
+}
+
+TEST_F(MessageCoresTest, ClickingTheLinkMovesTheTileToTheOfferedState) {
+  test::enableTrace();
+  test::DebugOutputCapture trace;
+  for (bool emptyToken : {false, true}) {
+    auto tile = tileIn(emptyToken, CPUS_LOGON);
+    ASSERT_EQ((*tile)->CommandLinkClicked(kLink), S_OK);
+    EXPECT_TRUE(tile->waitForMessage(message(119)));  // the offered states' cores come later
+  }
+  EXPECT_TRUE(trace.contains("to 'lm2::CCredentialCoreInitializeToken'"));
+  EXPECT_TRUE(trace.contains("to 'lm2::CCredentialCoreAddCredential'"));
+
+  test::setNumber(settings::kProviderKeyPath, L"DisableTokenInitialization", 1);
+  auto refused = tileIn(false, CPUS_LOGON);
+  ASSERT_EQ((*refused)->CommandLinkClicked(kLink), S_OK);
+  EXPECT_TRUE(trace.contains("command link was clicked but token initialization is not allowed"));
+}
+
+TEST_F(MessageCoresTest, AFailedEngineShowsItsCodeAndOffersToStartAgain) {
+  Tile tile(provider);
+  tile.deliver(Completion::TokenEngineInitAsyncCompletion, test::plainResult(layer_codes::kIncompatibleLibrary));
+  ASSERT_TRUE(tile.waitForMessage(message(124) + L" (0xe0000000e0100015)"));
+  EXPECT_TRUE(tile.view().shows(kLink));
+  EXPECT_EQ(tile.view().textOf(kLink), message(142));
+
+  tile.deliver(Completion::TokenEngineInitAsyncCompletion, test::plainResult(layer_codes::kNotInitialized));
+  ASSERT_TRUE(tile.waitForMessage(message(124) + L" (0xe0000000e0100016)"));  // row 31 updates the code
+
+  ASSERT_EQ(tile->CommandLinkClicked(kLink), S_OK);
+  EXPECT_EQ(tile.view().textOf(6), message(117));
+  EXPECT_FALSE(tile.view().shows(kLink));
+  tile.deliver(Completion::TokenEngineInitAsyncCompletion, test::plainResult(test::kSuccess));  // row 29
+  EXPECT_TRUE(tile.waitForMessage(message(120)));
+  EXPECT_EQ(tile.view().textOf(kLink), L"");
+}
+
+}  // namespace
+}  // namespace lm2
