@@ -2,13 +2,15 @@
 
 namespace lm2 {
 
-StopOrWorkWait::Outcome StopOrWorkWait::wait() const noexcept {
+StopOrWorkWait::Outcome StopOrWorkWait::wait(DWORD milliseconds) const noexcept {
   // WaitForMultipleObjects reports the lowest index of the signalled handles: stop comes first.
-  switch (::WaitForMultipleObjects(2, m_events, FALSE, INFINITE)) {
+  switch (::WaitForMultipleObjects(2, m_events, FALSE, milliseconds)) {
     case WAIT_OBJECT_0:
       return Outcome::Stop;
     case WAIT_OBJECT_0 + 1:
       return Outcome::Work;
+    case WAIT_TIMEOUT:
+      return Outcome::Timeout;
     default:
       return Outcome::Failed;
   }

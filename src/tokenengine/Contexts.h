@@ -94,6 +94,10 @@ enum class TokenEngineCompletion {
   TokenEngineCreateCredentialCompletion,
   TokenEngineNotifyTokenAuthentificationCompletion,
   TokenEngineStubRouterCompletion,
+  // Not the engine's: a token came or went, or the set of tiles changed.
+  TokenEngineTokenAddedCallback,
+  TokenEngineTokenRemovedCallback,
+  GuiChangedCompletion,
 };
 
 // The context of operations the provider starts and the unit that travels through a tile's result

@@ -7,6 +7,7 @@
 // One layer exists per process, published in g_pTokenEngine and shared by reference counting.
 
 #include <atomic>
+#include <functional>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -69,6 +70,12 @@ class TokenEngineAbstractionLayer {
   virtual void NotifyTokenAuthentificationAsync(Context context, const User& user);
 
   virtual ~TokenEngineAbstractionLayer();
+
+  // Whether the engine was initialised (by whichever caller): later callers skip to the token list.
+  virtual bool isInitialized() const noexcept { return false; }
+  // Where the engine reports tokens that come and go (called on the engine's threads).
+  using TokenEventHandler = std::function<void(bool added, const Token& token)>;
+  virtual void setTokenEventHandler(TokenEventHandler handler) { (void)handler; }
 
   // A reference for the caller. A layer whose last reference is already gone is not brought back:
   // AddRef then answers 0 and the caller must not use it.

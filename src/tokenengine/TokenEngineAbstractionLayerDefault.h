@@ -35,7 +35,8 @@ class TokenEngineAbstractionLayerDefault final : public TokenEngineAbstractionLa
                              const std::wstring& password) override;
 
   // Tokens connected or removed, as the engine reports them (on its threads).
-  void setTokenEventHandler(FacadeBinding::TokenEvent handler) { m_binding.setTokenEventHandler(std::move(handler)); }
+  void setTokenEventHandler(TokenEventHandler handler) override { m_binding.setTokenEventHandler(std::move(handler)); }
+  bool isInitialized() const noexcept override { return m_binding.isInitialized(); }
 
   // Whether an account of `user` belongs to one of `domains` (case-insensitive): the part before a
   // backslash of the stored name, the domain of a user-principal name (whole, or its first label),

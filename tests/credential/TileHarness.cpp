@@ -110,13 +110,4 @@ std::wstring Tile::messageText() const {
   return result;
 }
 
-bool eventually(const std::function<bool()>& check) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!check()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
-
 }  // namespace lm2::test

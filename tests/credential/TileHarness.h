@@ -12,6 +12,7 @@
 #include <typeindex>
 #include <vector>
 
+#include "Eventually.h"
 #include "RecordingCredentialEvents.h"
 #include "credential/CredentialStub.h"
 #include "platform/ComPtr.h"
@@ -87,7 +88,6 @@ class Tile {
   HRESULT m_initializeResult = E_FAIL;
 };
 
-// Runs `check` on the tile's own answers until it holds or 10 s passed.
-bool eventually(const std::function<bool()>& check);
+inline bool eventually(const std::function<bool()>& check) { return eventuallyTrue(check); }
 
 }  // namespace lm2::test

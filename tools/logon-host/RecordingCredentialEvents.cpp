@@ -17,6 +17,27 @@ std::wstring textOr(LPCWSTR text) { return text ? std::wstring(text) : std::wstr
 
 void RecordingCredentialEvents::readTile(ICredentialProviderCredential* tile,
                                          const std::vector<CREDENTIAL_PROVIDER_FIELD_TYPE>& types) {
+  // The tile may change while it is read (its handler calls this sink): a reading that an event
+  // overtook is read again, so the view never goes back to an older text.
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    std::size_t calls = 0;
+    {
+      std::lock_guard<std::mutex> guard(m_lock);
+      calls = m_views[tile].calls.size();
+    }
+    TileView view = read(tile, types);
+    std::lock_guard<std::mutex> guard(m_lock);
+    TileView& current = m_views[tile];
+    if (current.calls.size() != calls) continue;
+    view.calls = std::move(current.calls);
+    current = std::move(view);
+    m_changed.notify_all();
+    return;
+  }
+}
+
+TileView RecordingCredentialEvents::read(ICredentialProviderCredential* tile,
+                                         const std::vector<CREDENTIAL_PROVIDER_FIELD_TYPE>& types) {
   TileView view;
   for (DWORD field = 0; field < types.size() && field < TileView::kFields; ++field) {
     tile->GetFieldState(field, &view.state[field], &view.interactive[field]);
@@ -57,9 +78,7 @@ void RecordingCredentialEvents::readTile(ICredentialProviderCredential* tile,
       }
     }
   }
-  std::lock_guard<std::mutex> guard(m_lock);
-  m_views[tile] = std::move(view);
-  m_changed.notify_all();
+  return view;
 }
 
 TileView RecordingCredentialEvents::view(ICredentialProviderCredential* tile) const {

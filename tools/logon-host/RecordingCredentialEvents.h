@@ -79,6 +79,7 @@ class RecordingCredentialEvents final : public ICredentialProviderCredentialEven
 
  private:
   ~RecordingCredentialEvents() = default;
+  static TileView read(ICredentialProviderCredential* tile, const std::vector<CREDENTIAL_PROVIDER_FIELD_TYPE>& types);
   // Applies `change` to the tile's view under the lock, records `call` and wakes waiters.
   HRESULT record(ICredentialProviderCredential* tile, const std::wstring& call,
                  const std::function<void(TileView&)>& change);

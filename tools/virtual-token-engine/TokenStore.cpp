@@ -72,6 +72,7 @@ void TokenStore::load(const std::string& text) {
     fault.result = std::stoull(found->value("result", "0"), nullptr, 16);
     fault.tableSize = found->value("tableSize", 0u);
     fault.missingEntry = found->value("missingEntry", "");
+    fault.delayMs = found->value("delayMs", 0u);
   }
   std::lock_guard<std::mutex> guard(m_lock);
   m_tokens = std::move(tokens);

@@ -12,6 +12,7 @@
 //
 // A description may also make the engine's initialisation misbehave, for tests of the provider's
 // checks: "initialization": { "result": "C0100000C0100010" (VALInitialize fails with it),
+// "delayMs": 400 (VALInitialize takes that long, reporting token events meanwhile),
 // "tableSize": 40 (the function table claims this size), "missingEntry": "changePin" (that entry of
 // the table is null) }.
 
@@ -47,6 +48,7 @@ struct InitializationFault {
   std::uint64_t result = 0;     // VALInitialize fails with it (0: it does not)
   std::uint32_t tableSize = 0;  // the function table's size field (0: the real size)
   std::string missingEntry;     // the entry of the table that is null
+  std::uint32_t delayMs = 0;    // VALInitialize returns this much later (events flow meanwhile)
 };
 
 struct VirtualToken {

@@ -516,6 +516,7 @@ VTE_INIT_EXPORT VAL_RESULT VAL_CALL VALInitialize(ValInitBlock* block, std::uint
   if (fault.result != 0) return fault.result;
   const VAL_RESULT code = engine().initialize(block);
   if (code == kSuccess) block->functions = offeredTable(fault);
+  if (fault.delayMs != 0) ::Sleep(fault.delayMs);
   return code;
 }
 

@@ -1,0 +1,444 @@
+// The provider's side of the token engine: its completions, the waiting queue its worker runs,
+// and the tiles it makes for tokens as they come and go.
+#include "provider/LM2Provider.h"
+
+#include "credential/CredentialStub.h"
+#include "logging/LogScope.h"
+#include "platform/StopOrWorkWait.h"
+#include "provider/TokenEngineAccess.h"
+#include "tokenengine/TokenCapability.h"
+#include "tokenengine/TokenEngineAbstractionLayer.h"
+
+namespace lm2 {
+
+using logging::LogScope;
+using Routine = TokenEngineCompletion;
+
+namespace {
+// A completion that came before the engine's initialisation was processed tries again this much
+// later.
+constexpr std::uint64_t kInitializationPendingStep = 50;
+// A failed CredentialsChanged is tried again this much later.
+constexpr std::uint64_t kCredentialsChangedRetry = 500;
+
+const Token* tokenOf(const CtxTokenEngine4CP& context) {
+  const auto* data = dynamic_cast<const CtxDataWithData<Token>*>(context.getData().get());
+  return data ? &data->getData() : nullptr;
+}
+}  // namespace
+
+std::shared_ptr<CtxTokenEngine4CP> CLM2Provider::makeContext(Routine routine, std::shared_ptr<CtxData> data) {
+  std::shared_ptr<ProviderLink> link = m_link;
+  return std::make_shared<CtxTokenEngine4CP>([link](CtxData& done) { deliver(link, done); }, nullptr, this,
+                                             std::move(data), typeid(void), routine);
+}
+
+// On the engine's thread: the result goes into the waiting queue of the provider, if it still
+// exists.
+void CLM2Provider::deliver(const std::shared_ptr<ProviderLink>& link, CtxData& done) {
+  auto* context = dynamic_cast<CtxTokenEngine4CP*>(&done);
+  if (context == nullptr) return;
+  std::lock_guard<std::mutex> guard(link->lock);
+  if (link->provider) link->provider->enqueue(context->copy(), WaitingQueue::now());
+}
+
+void CLM2Provider::enqueue(std::shared_ptr<CtxTokenEngine4CP> context, std::uint64_t timePoint) {
+  m_waiting.push({std::move(context), timePoint});
+  m_workEvent.set();
+}
+
+void CLM2Provider::receiveTokenEvent(bool added, const Token& token) {
+  auto context = makeContext(added ? Routine::TokenEngineTokenAddedCallback : Routine::TokenEngineTokenRemovedCallback,
+                             std::make_shared<CtxDataWithData<Token>>(nullptr, token));
+  context->setResult(std::make_unique<AsyncResult>(result::success()));
+  enqueue(std::move(context), WaitingQueue::now());
+}
+
+void CLM2Provider::GuiChangedHandler(DWORD reason) {
+  try {
+    logging::debug(m_log, "GuiChangedHandler (%u)", static_cast<unsigned>(reason));
+    auto context = makeContext(Routine::GuiChangedCompletion);
+    context->setResult(std::make_unique<AsyncResult>(result::success()));
+    enqueue(std::move(context), WaitingQueue::now());
+  } catch (...) {
+    // Memory ran out: LogonUI learns of the change at its next enumeration.
+  }
+}
+
+void CLM2Provider::StampLastActivity() { m_lastActivity = WaitingQueue::now(); }
+
+void CLM2Provider::runWorker() {
+  const StopOrWorkWait wait(m_stopEvent.get(), m_workEvent.get());
+  for (;;) {
+    DWORD timeout = INFINITE;
+    if (const std::uint64_t earliest = m_waiting.earliest()) {
+      const std::uint64_t now = WaitingQueue::now();
+      timeout = earliest > now ? static_cast<DWORD>(earliest - now) : 0;
+    }
+    const StopOrWorkWait::Outcome outcome = wait.wait(timeout);
+    if (outcome == StopOrWorkWait::Outcome::Stop || outcome == StopOrWorkWait::Outcome::Failed) return;
+    try {
+      processWaitingQueue();
+    } catch (...) {
+      logging::error(m_log, "processing the waiting queue failed");
+    }
+  }
+}
+
+void CLM2Provider::processWaitingQueue() {
+  std::deque<WaitingQueue::Entry> entries = m_waiting.takeAll();
+  std::deque<WaitingQueue::Entry> kept;
+  for (WaitingQueue::Entry& entry : entries) {
+    const std::uint64_t now = WaitingQueue::now();
+    const void* id = entry.context.get();
+    if (now < entry.timePoint) {
+      logging::debug(m_log, "timepoint not reached for (0x%p)", id);
+      kept.push_back(std::move(entry));
+    } else if (!m_initializationProcessed && entry.context->getRoutine() != Routine::TokenEngineInitAsyncCompletion) {
+      logging::debug(m_log, "token engine completion event was not yet processed...reenqueue context with delay");
+      entry.timePoint = now + kInitializationPendingStep;
+      kept.push_back(std::move(entry));
+    } else {
+      logging::debug(m_log, "processing (0x%p)", id);
+      logging::debug(m_log, "push back to result queue (0x%p)", id);
+      dispatch(entry.context);
+    }
+  }
+  for (WaitingQueue::Entry& entry : kept) {
+    logging::debug(m_log, "continue waiting for (0x%p)", static_cast<const void*>(entry.context.get()));
+    m_waiting.push(std::move(entry));
+  }
+}
+
+void CLM2Provider::dispatch(const std::shared_ptr<CtxTokenEngine4CP>& context) {
+  switch (context->getRoutine()) {
+    case Routine::TokenEngineInitAsyncCompletion: return TokenEngineInitAsyncCompletion(context);
+    case Routine::TokenEngineTokenListCompletion: return TokenEngineTokenListCompletion(context);
+    case Routine::TokenEngineTokenAddedCallback: return TokenEngineTokenAddedCallback(context);
+    case Routine::TokenEngineTokenRemovedCallback: return TokenEngineTokenRemovedCallback(context);
+    case Routine::TokenEngineGetTokenCapabilitiesCompletion: return TokenEngineGetTokenCapabilitiesCompletion(context);
+    case Routine::TokenEngineListUsersOnTokenCompletion: return TokenEngineListUsersOnTokenCompletion(context);
+    case Routine::GuiChangedCompletion: return GuiChangedCompletion(context);
+    default: return TokenEngineStubRouterCompletion(context);
+  }
+}
+
+void CLM2Provider::startTokenEngine() {
+  if (m_engine == nullptr) {
+    bool created = false;
+    m_engine = acquireTokenEngine(created);
+    registerForTokenEvents(m_link);
+  }
+  if (m_engine->isInitialized()) {
+    m_initializationProcessed = true;
+    logging::debug(m_log, "token engine is already initialized...start searching for token");
+    m_engine->GetTokenListAsync(makeContext(Routine::TokenEngineTokenListCompletion));
+  } else {
+    logging::debug(m_log, "token engine is not initialized...start initialization");
+    m_engine->InitializeAsync(makeContext(Routine::TokenEngineInitAsyncCompletion));
+  }
+}
+
+void CLM2Provider::TokenEngineInitAsyncCompletion(const std::shared_ptr<CtxTokenEngine4CP>& context) {
+  LogScope scope(m_log, "CLM2Provider::TokenEngineInitAsyncCompletion", this);
+  if (!context || !context->getResult()) {
+    logging::error(m_log, "async token engine contex is null");
+    return;
+  }
+  {
+    std::lock_guard<std::mutex> guard(m_tilesLock);
+    m_initialization = context;  // tiles made later start from here as well
+    for (CCredentialStub* tile : m_tiles) tile->EnqueueAsyncContext(*context);
+  }
+  if (context->getResult()->succeeded() && m_engine) {
+    m_engine->GetTokenListAsync(makeContext(Routine::TokenEngineTokenListCompletion));
+  }
+  m_initializationProcessed = true;
+}
+
+void CLM2Provider::TokenEngineTokenListCompletion(const std::shared_ptr<CtxTokenEngine4CP>& context) {
+  LogScope scope(m_log, "CLM2Provider::TokenEngineTokenListCompletion", this);
+  const auto* list = context ? context->getResultAs<AsyncResultGetTokenList>() : nullptr;
+  if (list == nullptr) {
+    logging::error(m_log, "invalid async result for get token list completion");
+    return;
+  }
+  bool created = false;
+  for (const Token& token : list->getTokens()) created = takeToken(token) || created;
+  if (created) {
+    logging::debug(m_log, "create credential was necessary in token list completion...reenumerate");
+    GuiChangedHandler(0);
+  }
+}
+
+void CLM2Provider::TokenEngineTokenAddedCallback(const std::shared_ptr<CtxTokenEngine4CP>& context) {
+  LogScope scope(m_log, "CLM2Provider::TokenEngineTokenAddedCallback", this);
+  if (!context) {
+    logging::error(m_log, "token engine context is null");
+    return;
+  }
+  const Token* token = tokenOf(*context);
+  if (token == nullptr || !context->getResult()) {
+    logging::error(m_log, "invalid async result for token added event");
+    return;
+  }
+  bool noTiles = false;
+  {
+    std::lock_guard<std::mutex> guard(m_tilesLock);
+    noTiles = m_tiles.empty();
+    if (noTiles) {
+      // LogonUI has not enumerated yet: the tiles it asks for will carry the token.
+      logging::warn(m_log, "credential list is empty");
+      if (std::none_of(m_tokens.begin(), m_tokens.end(), [&](const Token& t) { return t.sameToken(*token); })) {
+        m_tokens.push_back(*token);
+      }
+    }
+  }
+  if (!noTiles && takeToken(*token)) GuiChangedHandler(0);
+}
+
+void CLM2Provider::TokenEngineTokenRemovedCallback(const std::shared_ptr<CtxTokenEngine4CP>& context) {
+  LogScope scope(m_log, "CLM2Provider::TokenEngineTokenRemovedCallback", this);
+  if (!context) {
+    logging::error(m_log, "token engine context is null");
+    return;
+  }
+  const Token* token = tokenOf(*context);
+  if (token == nullptr || !context->getResult()) {
+    logging::error(m_log, "invalid async result for token removed event");
+    return;
+  }
+  std::lock_guard<std::mutex> guard(m_tilesLock);
+  m_tokens.erase(std::remove_if(m_tokens.begin(), m_tokens.end(), [&](const Token& t) { return t.sameToken(*token); }),
+                 m_tokens.end());
+  for (CCredentialStub* tile : m_tiles) {
+    const std::optional<Token> related = tile->GetRelatedToken();
+    if (related && related->sameToken(*token)) tile->SetRelatedToken(nullptr);
+  }
+}
+
+bool CLM2Provider::takeToken(const Token& token) {
+  bool created = false;
+  {
+    std::lock_guard<std::mutex> guard(m_tilesLock);
+    std::vector<CCredentialStub*> withoutToken;
+    for (CCredentialStub* tile : m_tiles) {
+      const std::optional<Token> related = tile->GetRelatedToken();
+      if (related && related->sameToken(token)) {
+        logging::warn(m_log, "token added event occurred for known token...ignore it");
+        return false;
+      }
+      if (!related) withoutToken.push_back(tile);
+    }
+    if (std::none_of(m_tokens.begin(), m_tokens.end(), [&](const Token& t) { return t.sameToken(token); })) {
+      m_tokens.push_back(token);
+    }
+    if (!withoutToken.empty()) {
+      logging::debug(m_log, "first credential has no token...reuse credential for first of listed token");
+      for (CCredentialStub* tile : withoutToken) tile->SetRelatedToken(&token);
+    } else {
+      logging::debug(m_log, "create new credentials for added token");
+      created = SUCCEEDED(_CreateEnumeratedCredentials(&token));
+    }
+  }
+  requestCapabilities(token);
+  return created;
+}
+
+void CLM2Provider::requestCapabilities(const Token& token) {
+  if (m_engine == nullptr) return;
+  m_engine->GetTokenCapabilitiesAsync(
+      makeContext(Routine::TokenEngineGetTokenCapabilitiesCompletion, std::make_shared<CtxDataWithData<Token>>(nullptr, token)),
+      token);
+}
+
+void CLM2Provider::handToTiles(const CtxTokenEngine4CP& context, const Token* token) {
+  std::lock_guard<std::mutex> guard(m_tilesLock);
+  for (CCredentialStub* tile : m_tiles) {
+    const std::optional<Token> related = tile->GetRelatedToken();
+    if (token == nullptr || (related && related->sameToken(*token))) tile->EnqueueAsyncContext(context);
+  }
+}
+
+void CLM2Provider::TokenEngineGetTokenCapabilitiesCompletion(const std::shared_ptr<CtxTokenEngine4CP>& context) {
+  LogScope scope(m_log, "CLM2Provider::TokenEngineGetTokenCapabilitiesCompletion", this);
+  if (!context) {
+    logging::error(m_log, "async token engine contex is null");
+    return;
+  }
+  const Token* token = tokenOf(*context);
+  if (token == nullptr) {
+    logging::error(m_log, "invalid context data for get token capabilities completion");
+    return;
+  }
+  const AsyncResult* result = context->getResult();
+  if (result == nullptr) {
+    logging::error(m_log, "invalid async result for get token capabilities completion");
+    return;
+  }
+  const auto* capability = context->getResultAs<AsyncResultWithData<TokenCapability>>();
+  if (capability) {
+    std::lock_guard<std::mutex> guard(m_tilesLock);
+    for (CCredentialStub* tile : m_tiles) {
+      const std::optional<Token> related = tile->GetRelatedToken();
+      if (related && related->sameToken(*token)) tile->SetTokenCapability(&capability->getData());
+    }
+  }
+  handToTiles(*context, token);
+  if (capability && capability->succeeded() && capability->getData().isInitialized() && m_engine) {
+    logging::debug(m_log, "added token is initialized...start searching for user");
+    m_engine->ListUsersOnTokenAsync(
+        makeContext(Routine::TokenEngineListUsersOnTokenCompletion, std::make_shared<CtxDataWithData<Token>>(nullptr, *token)),
+        *token);
+  }
+}
+
+void CLM2Provider::TokenEngineListUsersOnTokenCompletion(const std::shared_ptr<CtxTokenEngine4CP>& context) {
+  LogScope scope(m_log, "CLM2Provider::TokenEngineListUsersOnTokenCompletion", this);
+  if (!context) {
+    logging::error(m_log, "async token engine contex is null");
+    return;
+  }
+  const Token* token = tokenOf(*context);
+  if (token == nullptr) {
+    logging::error(m_log, "invalid context data for list user on token completion");
+    return;
+  }
+  handToTiles(*context, token);
+}
+
+void CLM2Provider::TokenEngineStubRouterCompletion(const std::shared_ptr<CtxTokenEngine4CP>& context) {
+  LogScope scope(m_log, "CLM2Provider::TokenEngineStubRouterCompletion", this);
+  if (!context) {
+    logging::error(m_log, "async token engine contex is null");
+    return;
+  }
+  std::lock_guard<std::mutex> guard(m_tilesLock);
+  for (CCredentialStub* tile : m_tiles) {
+    if (tile != context->getTile()) continue;
+    if (context->getRoutine() == Routine::TokenEngineInitializeTokenCompletion) {
+      const Token* token = tokenOf(*context);
+      const std::optional<Token> related = tile->GetRelatedToken();
+      if (token == nullptr || !related || !related->sameToken(*token)) {
+        logging::error(m_log, "can not find related token in related stub");
+        return;
+      }
+    }
+    tile->EnqueueAsyncContext(*context);
+    return;
+  }
+  logging::error(m_log, "can not find related stub");
+}
+
+void CLM2Provider::GuiChangedCompletion(const std::shared_ptr<CtxTokenEngine4CP>& context) {
+  LogScope scope(m_log, "CLM2Provider::GuiChangedCompletion", this);
+  if (::WaitForSingleObject(m_enumeratedEvent.get(), 0) != WAIT_OBJECT_0) {
+    logging::debug(m_log, "GetFieldDescriptor not yet finished ... reinsert context");
+    enqueue(context, WaitingQueue::now() + kInitializationPendingStep);
+    return;
+  }
+  long long wait = 0;
+  if (!IsReenumeratePossible(wait)) {
+    logging::debug(m_log, "IsReenumeratePossible was not true...reinsert context");
+    enqueue(context, WaitingQueue::now() + static_cast<std::uint64_t>(wait));
+    return;
+  }
+  ComPtr<ICredentialProviderEvents> events;
+  UINT_PTR adviseContext = 0;
+  {
+    std::lock_guard<std::mutex> guard(m_sinkLock);
+    events = m_events;
+    adviseContext = m_adviseContext;
+  }
+  if (!events) return;  // LogonUI enumerates anew when it advises again
+  const std::uint64_t last = m_lastActivity.load();
+  logging::debug(m_log, "last LogonUI activity %llu ms ago",
+                 static_cast<unsigned long long>(last ? WaitingQueue::now() - last : 0));
+  const HRESULT hr = events->CredentialsChanged(adviseContext);
+  if (SUCCEEDED(hr)) {
+    // Each success shortens the pause: LogonUI copes with quick changes once it is up.
+    const DWORD delay = m_reenumerateDelay.load();
+    m_reenumerateDelay = std::min<DWORD>(delay / 10, 100);
+    logging::debug(m_log, "re-enumeration delay is now %u ms", static_cast<unsigned>(m_reenumerateDelay.load()));
+    m_changedEvent.set();
+    return;
+  }
+  logging::error(m_log, "failed to invoke CredentialChanged 0x%08x", static_cast<unsigned>(hr));
+  auto retry = makeContext(Routine::GuiChangedCompletion);
+  retry->setResult(std::make_unique<AsyncResult>(result::success()));
+  enqueue(std::move(retry), WaitingQueue::now() + kCredentialsChangedRetry);
+}
+
+HRESULT CLM2Provider::_CreateEnumeratedCredentials(const Token* token) {
+  if (m_scenario < CPUS_LOGON || m_scenario > CPUS_CREDUI) return E_UNEXPECTED;
+  return CreateLogonCredentials(token);
+}
+
+// Called with the tiles lock held. In user array mode (Windows 8 and later, not CredUI) every
+// user LogonUI shows gets a tile for the token; the tile of a user who is on the token logs on,
+// the others say that the user is not linked to it.
+HRESULT CLM2Provider::CreateLogonCredentials(const Token* token) {
+  HRESULT hr = S_OK;
+  if (m_userArrayMode && m_scenario != CPUS_CREDUI && m_userArray) {
+    DWORD count = 0;
+    m_userArray->GetCount(&count);
+    for (DWORD index = 0; index < count; ++index) {
+      ComPtr<ICredentialProviderUser> user;
+      if (FAILED(m_userArray->GetAt(index, user.put()))) continue;
+      hr = createTile(token, user.get());
+      logging::debug(m_log, "CLM2Provider::CreateLogonCredentials:815  HRESULT (0x%08x)", static_cast<unsigned>(hr));
+    }
+    if (count > 0) return hr;
+  }
+  hr = createTile(token, nullptr);
+  logging::debug(m_log, "CLM2Provider::CreateLogonCredentials:815  HRESULT (0x%08x)", static_cast<unsigned>(hr));
+  return hr;
+}
+
+HRESULT CLM2Provider::createTile(const Token* token, ICredentialProviderUser* user) {
+  auto* tile = new (std::nothrow) CCredentialStub();
+  if (tile == nullptr) return E_OUTOFMEMORY;
+  const HRESULT hr = tile->Initialize(m_scenario, m_flags, user, static_cast<DWORD>(m_tiles.size()), this);
+  // Before LogonUI advises the tile, its first state reaches only the tile's own fields
+  // (E_UNEXPECTED); that tile is complete.
+  if (FAILED(hr) && hr != E_UNEXPECTED) {
+    tile->UnInitialize();
+    tile->Release();
+    return hr;
+  }
+  m_tiles.push_back(tile);
+  if (token) tile->SetRelatedToken(token);
+  return S_OK;
+}
+
+void CLM2Provider::releaseTiles() {
+  std::vector<CCredentialStub*> tiles;
+  {
+    std::lock_guard<std::mutex> guard(m_tilesLock);
+    tiles.swap(m_tiles);
+  }
+  for (CCredentialStub* tile : tiles) {
+    tile->UnInitialize();
+    tile->Release();
+  }
+}
+
+void CLM2Provider::createTilesForScenario() {
+  std::vector<Token> tokens;
+  {
+    std::lock_guard<std::mutex> guard(m_tilesLock);
+    tokens = m_tokens;
+    if (tokens.empty()) {
+      _CreateEnumeratedCredentials(nullptr);
+      // An engine that answered before these tiles existed: they start from its answer.
+      if (m_initialization) {
+        for (CCredentialStub* tile : m_tiles) tile->EnqueueAsyncContext(*m_initialization);
+      }
+    } else {
+      for (const Token& token : tokens) _CreateEnumeratedCredentials(&token);
+    }
+  }
+  for (const Token& token : tokens) requestCapabilities(token);
+}
+
+}  // namespace lm2

@@ -1,0 +1,48 @@
+#include "provider/WaitingQueue.h"
+
+#include <windows.h>
+
+#include <algorithm>
+
+namespace lm2 {
+
+std::uint64_t WaitingQueue::now() noexcept {
+  FILETIME time{};
+  ::GetSystemTimeAsFileTime(&time);
+  return ((static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime) / 10000;
+}
+
+void WaitingQueue::push(Entry entry) {
+  std::lock_guard<std::mutex> guard(m_lock);
+  m_entries.push_back(std::move(entry));
+}
+
+std::deque<WaitingQueue::Entry> WaitingQueue::takeAll() {
+  std::lock_guard<std::mutex> guard(m_lock);
+  std::deque<Entry> taken;
+  taken.swap(m_entries);
+  return taken;
+}
+
+void WaitingQueue::removeIf(const std::function<bool(const CtxTokenEngine4CP&)>& drop) {
+  std::lock_guard<std::mutex> guard(m_lock);
+  m_entries.erase(std::remove_if(m_entries.begin(), m_entries.end(),
+                                 [&](const Entry& entry) { return drop(*entry.context); }),
+                  m_entries.end());
+}
+
+std::uint64_t WaitingQueue::earliest() const {
+  std::lock_guard<std::mutex> guard(m_lock);
+  std::uint64_t earliest = 0;
+  for (const Entry& entry : m_entries) {
+    if (earliest == 0 || entry.timePoint < earliest) earliest = entry.timePoint;
+  }
+  return earliest;
+}
+
+bool WaitingQueue::empty() const {
+  std::lock_guard<std::mutex> guard(m_lock);
+  return m_entries.empty();
+}
+
+}  // namespace lm2

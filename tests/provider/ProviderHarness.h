@@ -1,0 +1,35 @@
+#pragma once
+// The provider as LogonUI gets it: from the DLL's class factory, with the signed virtual token
+// engine installed and described by a file the engine reads when it starts.
+
+#include <windows.h>
+
+#include <string>
+
+#include "platform/ComPtr.h"
+#include "platform/CredentialProviderApi.h"
+
+namespace lm2::test {
+
+class ProviderHarness {
+ public:
+  ProviderHarness();
+  ~ProviderHarness();
+
+  // A new provider from the DLL's class factory.
+  ComPtr<ICredentialProvider> createProvider() const;
+  // The tokens the engine finds when it starts (JSON of the virtual engine); empty: none.
+  void describeTokens(const std::string& json);
+  HRESULT canUnloadNow() const;
+  HMODULE module() const { return m_module; }
+
+ private:
+  HMODULE m_module = nullptr;
+  wchar_t m_description[MAX_PATH] = {};
+  wchar_t m_properties[MAX_PATH] = {};
+};
+
+// The text of message `id` from the DLL's own table.
+std::wstring dllMessage(HMODULE module, UINT id);
+
+}  // namespace lm2::test
