@@ -130,6 +130,15 @@ void CLM2Provider::startTokenEngine() {
     registerForTokenEvents(m_link);
   }
   if (m_engine->isInitialized()) {
+    // Another provider started the engine: this provider's tiles leave "Token Engine is
+    // initializing ..." as if they had seen the start.
+    auto started = makeContext(Routine::TokenEngineInitAsyncCompletion);
+    started->setResult(std::make_unique<AsyncResult>(result::success()));
+    {
+      std::lock_guard<std::mutex> guard(m_tilesLock);
+      m_initialization = started;
+      for (CCredentialStub* tile : m_tiles) tile->EnqueueAsyncContext(*started);
+    }
     m_initializationProcessed = true;
     logging::debug(m_log, "token engine is already initialized...start searching for token");
     m_engine->GetTokenListAsync(makeContext(Routine::TokenEngineTokenListCompletion));

@@ -45,6 +45,15 @@ class Engine {
  public:
   TokenStore store;
 
+  Engine() = default;
+  Engine(const Engine&) = delete;
+  Engine& operator=(const Engine&) = delete;
+  // At process exit the worker may still be there (the library was never unloaded): it is not
+  // waited for, the process is ending.
+  ~Engine() {
+    if (m_worker.joinable()) m_worker.detach();
+  }
+
   VAL_RESULT initialize(ValInitBlock* block) {
     std::lock_guard<std::mutex> guard(m_lock);
     if (m_running) return kBadCall;
@@ -202,8 +211,10 @@ class Engine {
 };
 
 Engine& engine() {
-  static Engine* const instance = new Engine();  // outlives every thread that may still call in
-  return *instance;
+  // Destroyed when the library is unloaded, after the provider's unload() stopped its worker: a
+  // provider loads and unloads the library again and again, and each copy must leave nothing.
+  static Engine instance;
+  return instance;
 }
 
 std::vector<std::uint8_t> tokenId(const std::uint8_t* token, std::uint32_t length) {

@@ -1,0 +1,115 @@
+// LogonUI makes a provider for every logon screen, for as long as Windows runs: a thousand
+// providers that are advised, enumerate, follow a token in and out and are released leave no
+// thread, handle or memory behind, and the DLL may be unloaded after each.
+#include <gtest/gtest.h>
+
+#include <windows.h>
+#include <psapi.h>
+#include <tlhelp32.h>
+
+#include "EngineControl.h"
+#include "Eventually.h"
+#include "ProviderHarness.h"
+#include "ProviderSession.h"
+#include "TestRegistry.h"
+#include "platform/UniqueResource.h"
+#include "settings/ProviderSettings.h"
+
+namespace lm2 {
+namespace {
+
+int threadsOfThisProcess() {
+  UniqueHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+  THREADENTRY32 entry{};
+  entry.dwSize = sizeof(entry);
+  int count = 0;
+  for (BOOL more = ::Thread32First(snapshot.get(), &entry); more; more = ::Thread32Next(snapshot.get(), &entry)) {
+    if (entry.th32OwnerProcessID == ::GetCurrentProcessId()) ++count;
+  }
+  return count;
+}
+
+// Counted by probing every handle value: Wine's GetProcessHandleCount does not count.
+int handlesOfThisProcess() {
+  int count = 0;
+  DWORD flags = 0;
+  for (ULONG_PTR value = 4; value < 0x20000; value += 4) {
+    if (::GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags)) ++count;
+  }
+  return count;
+}
+
+SIZE_T privateBytes() {
+  PROCESS_MEMORY_COUNTERS_EX counters{};
+  ::GetProcessMemoryInfo(::GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
+                         sizeof(counters));
+  return counters.PrivateUsage;
+}
+
+class ProviderLifetimeTest : public ::testing::Test {
+ protected:
+  void SetUp() override { test::setNumber(settings::kProviderKeyPath, L"ReenumerateDelay", 0); }
+  void TearDown() override { test::deleteValue(settings::kProviderKeyPath, L"ReenumerateDelay"); }
+
+  std::wstring message(UINT id) const { return test::dllMessage(harness.module(), id); }
+
+  // One logon screen: advised while the engine runs, a token comes and goes, LogonUI lets go.
+  // The token's capabilities are still being read when it goes: their result comes late.
+  void oneScreen(vte::EngineControl& engine) {
+    host::ProviderSession session(harness.createProvider(), CPUS_LOGON);
+    ASSERT_EQ(session.start(), S_OK);
+    ASSERT_TRUE(session.waitForMessage(message(120)));
+    ASSERT_EQ(engine.insertToken(R"({"id":"0C01","initialized":false})"), 0);
+    ASSERT_TRUE(session.waitForMessage(message(107)));
+    ASSERT_EQ(engine.removeToken("0C01"), 0);
+    ASSERT_TRUE(session.waitForMessage(message(101)));
+    session.end();
+  }
+
+  test::ProviderHarness harness;
+};
+
+TEST_F(ProviderLifetimeTest, AThousandLogonScreensLeaveNothingBehind) {
+  harness.describeTokens(R"({"tokens":[]})");
+  // Another screen of the same LogonUI keeps the engine running, as on Windows.
+  host::ProviderSession keeper(harness.createProvider(), CPUS_UNLOCK_WORKSTATION);
+  ASSERT_EQ(keeper.start(), S_OK);
+  ASSERT_TRUE(keeper.waitForMessage(message(120)));
+  vte::EngineControl engine = vte::EngineControl::ofLoadedEngine();
+  ASSERT_TRUE(engine.available());
+  for (int warmUp = 0; warmUp < 20; ++warmUp) oneScreen(engine);
+  ASSERT_FALSE(HasFatalFailure());
+  const int threads = threadsOfThisProcess();
+  const int handles = handlesOfThisProcess();
+  const SIZE_T memory = privateBytes();
+
+  for (int screen = 0; screen < 1000; ++screen) {
+    oneScreen(engine);
+    if (HasFatalFailure()) return;
+  }
+  ASSERT_TRUE(test::eventuallyTrue([&] { return threadsOfThisProcess() <= threads; }));
+  // Wine's own handles of the process come and go by a few; one kept per screen would be a thousand.
+  EXPECT_LE(handlesOfThisProcess() - handles, 10);
+  // A kilobyte kept per screen would be a megabyte.
+  EXPECT_LT(privateBytes(), memory + 1024 * 1024) << "grew from " << memory << " to " << privateBytes();
+
+  keeper.end();
+  EXPECT_TRUE(test::eventuallyTrue([&] { return harness.canUnloadNow() == S_OK; }));
+}
+
+// Without another screen each provider starts and stops the engine itself; the DLL may go after
+// each.
+TEST_F(ProviderLifetimeTest, EveryReleasedProviderLetsTheModuleGo) {
+  harness.describeTokens(R"({"tokens":[]})");
+  for (int screen = 0; screen < 20; ++screen) {
+    {
+      host::ProviderSession session(harness.createProvider(), CPUS_LOGON);
+      ASSERT_EQ(session.start(), S_OK);
+      ASSERT_TRUE(session.waitForMessage(message(120)));
+    }
+    ASSERT_EQ(harness.canUnloadNow(), S_OK) << "screen " << screen;
+  }
+}
+
+}  // namespace
+}  // namespace lm2
