@@ -185,6 +185,15 @@ HRESULT CCredentialStub::showLoggedOnUser() {
   return m_fields.setText(fields::kLargeText, account.accountName().c_str());
 }
 
+void CCredentialStub::PrepareForWindows7() {
+  try {
+    LogScope scope(m_log, "CCredentialStub::PrepareForWindows7", this);
+    if (m_scenario == CPUS_CHANGE_PASSWORD || m_scenario == CPUS_UNLOCK_WORKSTATION) showLoggedOnUser();
+  } catch (...) {
+    // The tile keeps the user it had.
+  }
+}
+
 void CCredentialStub::UnInitialize() {
   try {
     LogScope scope(m_log, "CCredentialStub::UnInitialize", this);

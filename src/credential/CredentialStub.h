@@ -48,6 +48,10 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   // `user` is LogonUI's user for this tile (may be null), `provider` the provider that made it.
   HRESULT Initialize(CREDENTIAL_PROVIDER_USAGE_SCENARIO scenario, DWORD credUiFlags, ICredentialProviderUser* user,
                      DWORD tileParameter, IProviderForTile* provider);
+  // Windows 7 LogonUI writes the logged-on user into its session data only shortly before it shows
+  // the tiles: the provider calls this before it hands the tile out, so that changing the password
+  // and unlocking name that user.
+  void PrepareForWindows7();
   // Forgets the provider: called before the provider releases the tile, so that no queued result
   // reaches a provider that is gone.
   void UnInitialize();

@@ -240,6 +240,7 @@ IFACEMETHODIMP CLM2Provider::GetCredentialAt(DWORD index, ICredentialProviderCre
     std::lock_guard<std::mutex> guard(m_tilesLock);
     HRESULT hr = E_INVALIDARG;
     if (index < m_tiles.size()) {
+      if (isExactlyWindows7()) m_tiles[index]->PrepareForWindows7();
       hr = m_tiles[index]->QueryInterface(IID_ICredentialProviderCredential, reinterpret_cast<void**>(credential));
     }
     logging::debug(m_log, "CLM2Provider::GetCredentialAt:688  HRESULT (0x%08x)", static_cast<unsigned>(hr));

@@ -11,6 +11,8 @@
 #include "Eventually.h"
 #include "ProviderHarness.h"
 #include "ProviderSession.h"
+#include "ProviderUser.h"
+#include "ProviderUserArray.h"
 #include "TestRegistry.h"
 #include "platform/ComPtr.h"
 #include "settings/ProviderSettings.h"
@@ -79,6 +81,33 @@ TEST_F(ProviderTest, ScenariosFieldsAndTheFirstDefault) {
   EXPECT_EQ(provider->GetCredentialAt(0, tile.put()), S_OK);
 }
 
+// Windows 7 LogonUI writes the logged-on user shortly before it asks for the tiles.
+TEST_F(ProviderTest, OnWindows7AnUnlockTileNamesTheUserLogonUiWroteBeforeAskingForIt) {
+  DWORD session = 0;
+  ::ProcessIdToSessionId(::GetCurrentProcessId(), &session);
+  const std::wstring key =
+      L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI\\SessionData\\" +
+      std::to_wstring(session);
+  test::deleteKeyTree(key);
+  ComPtr<ICredentialProvider> provider = harness.createProvider();
+  ASSERT_EQ(provider->SetUsageScenario(CPUS_UNLOCK_WORKSTATION, 0), S_OK);
+  DWORD count = 0;
+  DWORD defaultTile = 0;
+  BOOL autoLogon = FALSE;
+  ASSERT_EQ(provider->GetCredentialCount(&count, &defaultTile, &autoLogon), S_OK);
+  wchar_t name[256];
+  DWORD length = 256;
+  ASSERT_TRUE(::GetUserNameW(name, &length));
+  test::setString(key, L"LoggedOnSAMUser", std::wstring(L".\\") + name);
+  ComPtr<ICredentialProviderCredential> tile;
+  ASSERT_EQ(provider->GetCredentialAt(0, tile.put()), S_OK);
+  PWSTR text = nullptr;
+  ASSERT_EQ(tile->GetStringValue(3, &text), S_OK);
+  EXPECT_EQ(std::wstring(text), windows7() ? std::wstring(name) : L"");
+  ::CoTaskMemFree(text);
+  test::deleteKeyTree(key);
+}
+
 TEST_F(ProviderTest, FilterHidesTheListedProvidersOnly) {
   ComPtr<ICredentialProvider> provider = harness.createProvider();
   ComPtr<ICredentialProviderFilter> filter;
@@ -138,6 +167,29 @@ TEST_F(ProviderTest, ANewScenarioMakesTilesThatStartFromWhatTheEngineReported) {
   ASSERT_EQ(session.provider()->SetUsageScenario(CPUS_UNLOCK_WORKSTATION, 0), S_OK);
   ASSERT_EQ(session.enumerate(), S_OK);
   EXPECT_TRUE(session.waitForMessage(message(103)));
+}
+
+// LogonUI of Windows 8 and later shows its users: each gets a tile for the token, and the table
+// decides per tile whether its user is on the token.
+TEST_F(ProviderTest, EveryUserOfLogonUiGetsATileForTheToken) {
+  harness.describeTokens(tokens({kEmptyToken}));
+  std::vector<ComPtr<ICredentialProviderUser>> users;
+  for (const wchar_t* sid : {L"S-1-5-21-0-0-0-1000", L"S-1-5-21-0-0-0-1001"}) {
+    users.push_back(ComPtr<ICredentialProviderUser>::adopt(
+        new host::ProviderUser(sid, Identity_LocalUserProvider, std::wstring(L".\\user-") + sid)));
+  }
+  auto array = ComPtr<ICredentialProviderUserArray>::adopt(new host::ProviderUserArray(users));
+  ProviderSession session(harness.createProvider(), CPUS_LOGON, 0, array);
+  ASSERT_EQ(session.start(), S_OK);
+  ASSERT_TRUE(session.waitFor([&](const std::vector<TileView>& tiles) {
+    return tiles.size() == 2 && tiles[0].textOf(6) == message(103) && tiles[1].textOf(6) == message(103);
+  }));
+  PWSTR sid = nullptr;
+  ComPtr<ICredentialProviderCredential2> second;
+  ASSERT_EQ(session.credentials()[1].queryTo(second), S_OK);
+  ASSERT_EQ(second->GetUserSid(&sid), S_OK);
+  EXPECT_STREQ(sid, L"S-1-5-21-0-0-0-1001");
+  ::CoTaskMemFree(sid);
 }
 
 TEST_F(ProviderTest, WithoutAnEngineTheTileSaysSoWithTheCode) {
