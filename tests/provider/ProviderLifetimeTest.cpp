@@ -111,5 +111,25 @@ TEST_F(ProviderLifetimeTest, EveryReleasedProviderLetsTheModuleGo) {
   }
 }
 
+// LogonUI may let go of the provider before its tiles; a token event then finds no provider, and
+// the tiles still end cleanly.
+TEST_F(ProviderLifetimeTest, TilesOutliveTheirProvider) {
+  harness.describeTokens(R"({"tokens":[]})");
+  ComPtr<ICredentialProviderCredential> tile;
+  {
+    host::ProviderSession session(harness.createProvider(), CPUS_LOGON);
+    ASSERT_EQ(session.start(), S_OK);
+    ASSERT_TRUE(session.waitForMessage(message(120)));
+    tile = session.credentials()[0];
+  }
+  EXPECT_EQ(harness.canUnloadNow(), S_FALSE);
+  PWSTR text = nullptr;
+  EXPECT_EQ(tile->GetStringValue(6, &text), S_OK);
+  EXPECT_EQ(std::wstring(text), message(120));
+  ::CoTaskMemFree(text);
+  tile.reset();
+  EXPECT_EQ(harness.canUnloadNow(), S_OK);
+}
+
 }  // namespace
 }  // namespace lm2

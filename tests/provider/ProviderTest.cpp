@@ -108,6 +108,18 @@ TEST_F(ProviderTest, OnWindows7AnUnlockTileNamesTheUserLogonUiWroteBeforeAskingF
   test::deleteKeyTree(key);
 }
 
+TEST_F(ProviderTest, SerializationsAreRefusedUnlessTheyAreOurs) {
+  ComPtr<ICredentialProvider> provider = harness.createProvider();
+  ASSERT_EQ(provider->SetUsageScenario(CPUS_LOGON, 0), S_OK);
+  CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION foreign{};
+  foreign.clsidCredentialProvider = {0x60b78e88, 0xead8, 0x445c, {0x9c, 0xfd, 0x0b, 0x87, 0xf7, 0x4e, 0xa6, 0xcd}};
+  EXPECT_EQ(provider->SetSerialization(&foreign), E_INVALIDARG);
+  EXPECT_EQ(provider->SetSerialization(nullptr), E_INVALIDARG);
+  test::setNumber(settings::kProviderKeyPath, L"DisableSetSerializationImplementation", 1);
+  EXPECT_EQ(provider->SetSerialization(nullptr), E_NOTIMPL);
+  test::deleteValue(settings::kProviderKeyPath, L"DisableSetSerializationImplementation");
+}
+
 TEST_F(ProviderTest, FilterHidesTheListedProvidersOnly) {
   ComPtr<ICredentialProvider> provider = harness.createProvider();
   ComPtr<ICredentialProviderFilter> filter;
