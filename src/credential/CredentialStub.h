@@ -147,6 +147,12 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   std::array<std::uint8_t, 16>& tokenCapabilityState() noexcept { return m_tokenCapabilityState; }
   bool isSelected() const noexcept { return m_selected.load(); }
   bool wasSelected() const noexcept { return m_wasSelected.load(); }
+  // A state that wants this tile chosen (the default tile), or logged on at once (auto logon), says
+  // so here; the provider reads it at every enumeration.
+  void SetDefaultTile(bool isDefault) noexcept { m_defaultTile = isDefault; }
+  bool IsDefaultTile() const noexcept { return m_defaultTile.load(); }
+  void SetAutoLogonMode(bool autoLogon) noexcept { m_autoLogon = autoLogon; }
+  bool IsAutoLogonMode() const noexcept { return m_autoLogon.load(); }
   // The current core's state class (void while there is none).
   std::type_index currentCoreType() const;
 
@@ -214,6 +220,8 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   std::optional<TokenCapability> m_tokenCapability;
   mutable std::mutex m_capabilityLock;
   std::atomic<TokenEngineCompletion> m_handledCompletion{TokenEngineCompletion::None};
+  std::atomic<bool> m_defaultTile{false};
+  std::atomic<bool> m_autoLogon{false};
   std::thread m_handlerThread;
 };
 

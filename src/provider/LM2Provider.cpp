@@ -209,13 +209,23 @@ IFACEMETHODIMP CLM2Provider::GetCredentialCount(DWORD* count, DWORD* defaultInde
         *defaultIndex = isWindows8OrGreater() ? CREDENTIAL_PROVIDER_NO_DEFAULT : 0;
         m_enumeratedOnce = true;
       } else {
+        // The tile a state marked, or the tile of the user a caller's serialization named.
         *defaultIndex = CREDENTIAL_PROVIDER_NO_DEFAULT;
-        const std::wstring wanted = m_preselectedUser;
-        for (DWORD index = 0; !wanted.empty() && index < m_tiles.size(); ++index) {
-          if (_wcsicmp(m_tiles[index]->getQualifiedUserName().c_str(), wanted.c_str()) == 0) {
+        for (DWORD index = 0; index < m_tiles.size(); ++index) {
+          const bool named = !m_preselectedUser.empty() &&
+                             _wcsicmp(m_tiles[index]->getQualifiedUserName().c_str(), m_preselectedUser.c_str()) == 0;
+          if (m_tiles[index]->IsDefaultTile() || named) {
             *defaultIndex = index;
             break;
           }
+        }
+      }
+      for (DWORD index = 0; index < m_tiles.size(); ++index) {
+        if (m_tiles[index]->IsAutoLogonMode()) {
+          *defaultIndex = index;
+          *autoLogonWithDefault = TRUE;
+          logging::debug(m_log, "Autologonmode found in cred on index %d", static_cast<int>(index));
+          break;
         }
       }
       recreate = m_scenarioPending;
