@@ -150,6 +150,9 @@ TEST_F(ProviderTest, TilesFollowTheTokensOfTheEngine) {
   ASSERT_EQ(control.insertToken(kUninitialisedToken), 0);
   ASSERT_TRUE(session.waitForMessage(message(102)));  // the tile is reused: still one
   EXPECT_EQ(session.tiles().size(), 1u);
+  const std::vector<std::wstring> calls = session.tiles()[0].calls;
+  const auto reading = std::find(calls.begin(), calls.end(), L"SetFieldString 6 " + message(107));
+  EXPECT_LT(reading, std::find(calls.begin(), calls.end(), L"SetFieldString 6 " + message(102)));
   ASSERT_EQ(control.removeToken("0A01"), 0);
   ASSERT_TRUE(session.waitForMessage(message(101)));
 
