@@ -20,10 +20,6 @@ using logging::LogScope;
 
 namespace {
 
-// {DA520E51-F4E9-4739-AC82-02E0A95C9030}, 100: the user's name with its domain.
-constexpr PROPERTYKEY kQualifiedUserName = {
-    {0xda520e51, 0xf4e9, 0x4739, {0xac, 0x82, 0x02, 0xe0, 0xa9, 0x5c, 0x90, 0x30}}, 100};
-
 constexpr wchar_t kSessionDataPath[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI\\SessionData\\";
 // Shown for a user the tile cannot resolve, in every language.
 constexpr wchar_t kUnknownUser[] = L"Unbekannt";
@@ -134,7 +130,7 @@ void CCredentialStub::initializeUser(ICredentialProviderUser* user) {
 
 void CCredentialStub::readUserName(ICredentialProviderUser* user) {
   UniqueCoTaskMemString name;
-  if (FAILED(user->GetStringValue(kQualifiedUserName, name.put())) || !name) return;
+  if (FAILED(user->GetStringValue(kQualifiedUserNameKey, name.put())) || !name) return;
   m_qualifiedUserName = name.get();
   logging::debug(m_log, "UserName is %S", m_qualifiedUserName.c_str());
   if (m_isLocalUser) return;

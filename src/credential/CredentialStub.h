@@ -163,6 +163,8 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   ComPtr<ICredentialProviderCredentialEvents> sink() const;
   ComPtr<ICredentialProviderCredentialEvents2> sink2() const;
   void markChanged() noexcept { m_changed.store(1); }
+  template <class Call>
+  HRESULT relay(HRESULT local, Call call);
   void stampActivity();
   bool hasAdvisedSink() const;
 

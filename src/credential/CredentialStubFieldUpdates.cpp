@@ -55,37 +55,16 @@ bool CCredentialStub::hasAdvisedSink() const {
   return m_events || m_events2;
 }
 
-HRESULT CCredentialStub::CPCESetFieldState(DWORD fieldId, CREDENTIAL_PROVIDER_FIELD_STATE state) {
-  LogScope scope(m_fieldLog, "CCredentialStub::CPCESetFieldState", this);
-  HRESULT hr = SetFieldState(fieldId, state);
-  if (SUCCEEDED(hr)) {
+// The wrappers' common part: after the tile's own step (S_OK when there is none) succeeded, the
+// sink's call; the tile's look counts as changed either way.
+template <class Call>
+HRESULT CCredentialStub::relay(HRESULT local, Call call) {
+  if (SUCCEEDED(local)) {
     auto events = sink();
-    hr = events ? events->SetFieldState(this, fieldId, state) : E_UNEXPECTED;
+    local = events ? call(events.get()) : E_UNEXPECTED;
   }
   markChanged();
-  return hr;
-}
-
-HRESULT CCredentialStub::CPCESetFieldInteractiveState(DWORD fieldId, CREDENTIAL_PROVIDER_FIELD_INTERACTIVE_STATE state) {
-  LogScope scope(m_fieldLog, "CCredentialStub::CPCESetFieldInteractiveState", this);
-  HRESULT hr = SetFieldInteractiveState(fieldId, state);
-  if (SUCCEEDED(hr)) {
-    auto events = sink();
-    hr = events ? events->SetFieldInteractiveState(this, fieldId, state) : E_UNEXPECTED;
-  }
-  markChanged();
-  return hr;
-}
-
-HRESULT CCredentialStub::CPCESetFieldString(DWORD fieldId, PCWSTR text) {
-  LogScope scope(m_fieldLog, "CCredentialStub::CPCESetFieldString", this);
-  HRESULT hr = SetFieldString(fieldId, text);
-  if (SUCCEEDED(hr)) {
-    auto events = sink();
-    hr = events ? events->SetFieldString(this, fieldId, text) : E_UNEXPECTED;
-  }
-  markChanged();
-  return hr;
+  return local;
 }
 
 namespace {
@@ -98,48 +77,56 @@ void logSinkResult(logging::Category& log, const char* record, HRESULT hr) {
 }
 }  // namespace
 
+HRESULT CCredentialStub::CPCESetFieldState(DWORD fieldId, CREDENTIAL_PROVIDER_FIELD_STATE state) {
+  LogScope scope(m_fieldLog, "CCredentialStub::CPCESetFieldState", this);
+  return relay(SetFieldState(fieldId, state), [&](auto* events) { return events->SetFieldState(this, fieldId, state); });
+}
+
+HRESULT CCredentialStub::CPCESetFieldInteractiveState(DWORD fieldId, CREDENTIAL_PROVIDER_FIELD_INTERACTIVE_STATE state) {
+  LogScope scope(m_fieldLog, "CCredentialStub::CPCESetFieldInteractiveState", this);
+  return relay(SetFieldInteractiveState(fieldId, state),
+               [&](auto* events) { return events->SetFieldInteractiveState(this, fieldId, state); });
+}
+
+HRESULT CCredentialStub::CPCESetFieldString(DWORD fieldId, PCWSTR text) {
+  LogScope scope(m_fieldLog, "CCredentialStub::CPCESetFieldString", this);
+  return relay(SetFieldString(fieldId, text), [&](auto* events) { return events->SetFieldString(this, fieldId, text); });
+}
+
 // The tile has one check box and one combo box: the wrappers address those, whatever id they get.
 HRESULT CCredentialStub::CPCESetFieldCheckbox(DWORD, BOOL, PCWSTR label) {
   LogScope scope(m_fieldLog, "CCredentialStub::CPCESetFieldCheckbox", this);
-  auto events = sink();
-  const HRESULT hr = events ? events->SetFieldCheckbox(this, kTheCheckbox, FALSE, label) : E_UNEXPECTED;
+  const HRESULT hr =
+      relay(S_OK, [&](auto* events) { return events->SetFieldCheckbox(this, kTheCheckbox, FALSE, label); });
   logSinkResult(m_fieldLog, "CCredentialStub::CPCESetFieldCheckbox:2401", hr);
-  markChanged();
   return hr;
 }
 
 HRESULT CCredentialStub::CPCEAppendFieldComboBoxItem(DWORD, PCWSTR text) {
   LogScope scope(m_fieldLog, "CCredentialStub::CPCEAppendFieldComboBoxItem", this);
-  auto events = sink();
-  const HRESULT hr = events ? events->AppendFieldComboBoxItem(this, kTheComboBox, text) : E_UNEXPECTED;
+  const HRESULT hr =
+      relay(S_OK, [&](auto* events) { return events->AppendFieldComboBoxItem(this, kTheComboBox, text); });
   logSinkResult(m_fieldLog, "CCredentialStub::CPCEAppendFieldComboBoxItem:2304", hr);
-  markChanged();
   return hr;
 }
 
 HRESULT CCredentialStub::CPCEDeleteFieldComboBoxItem(DWORD, DWORD index) {
   LogScope scope(m_fieldLog, "CCredentialStub::CPCEDeleteFieldComboBoxItem", this);
-  auto events = sink();
-  const HRESULT hr = events ? events->DeleteFieldComboBoxItem(this, kTheComboBox, index + 1) : E_UNEXPECTED;
-  markChanged();
-  return hr;
+  return relay(S_OK, [&](auto* events) { return events->DeleteFieldComboBoxItem(this, kTheComboBox, index + 1); });
 }
 
 HRESULT CCredentialStub::CPCESetFieldComboBoxSelectedItem(DWORD, DWORD index) {
   LogScope scope(m_fieldLog, "CCredentialStub::CPCESetFieldComboBoxSelectedItem", this);
-  auto events = sink();
-  const HRESULT hr = events ? events->SetFieldComboBoxSelectedItem(this, kTheComboBox, index + 1) : E_UNEXPECTED;
-  markChanged();
-  return hr;
+  return relay(S_OK,
+               [&](auto* events) { return events->SetFieldComboBoxSelectedItem(this, kTheComboBox, index + 1); });
 }
 
 HRESULT CCredentialStub::CPCESetFieldSubmitButton(DWORD, DWORD adjacentTo) {
   LogScope scope(m_fieldLog, "CCredentialStub::CPCESetFieldSubmitButton", this);
   m_submitNeighbour = adjacentTo;
-  auto events = sink();
-  const HRESULT hr = events ? events->SetFieldSubmitButton(this, fields::kSubmitButton, adjacentTo) : E_UNEXPECTED;
+  const HRESULT hr =
+      relay(S_OK, [&](auto* events) { return events->SetFieldSubmitButton(this, fields::kSubmitButton, adjacentTo); });
   logSinkResult(m_fieldLog, "CCredentialStub::CPCESetFieldSubmitButton:2539", hr);
-  markChanged();
   return hr;
 }
 

@@ -74,14 +74,7 @@ HRESULT TileFields::setText(DWORD id, const wchar_t* text) noexcept {
     const HRESULT hr = ::SHStrDupW(text, &copy);
     if (FAILED(hr)) return hr;
   }
-  PWSTR old = nullptr;
-  {
-    std::lock_guard<std::mutex> guard(m_lock);
-    old = m_texts[id];
-    m_texts[id] = copy;
-  }
-  wipe(old);
-  ::CoTaskMemFree(old);
+  replace(id, copy);
   return S_OK;
 }
 
@@ -92,12 +85,15 @@ void TileFields::clearText(DWORD id) noexcept {
 }
 
 void TileFields::freeText(DWORD id) noexcept {
-  if (id >= fields::kFieldCount) return;
+  if (id < fields::kFieldCount) replace(id, nullptr);
+}
+
+void TileFields::replace(DWORD id, PWSTR text) noexcept {
   PWSTR old = nullptr;
   {
     std::lock_guard<std::mutex> guard(m_lock);
     old = m_texts[id];
-    m_texts[id] = nullptr;
+    m_texts[id] = text;
   }
   wipe(old);
   ::CoTaskMemFree(old);

@@ -43,6 +43,8 @@ class TileFields {
 
  private:
   static void wipe(PWSTR text) noexcept;
+  // Puts `text` in the field's place; the old text is wiped and freed.
+  void replace(DWORD id, PWSTR text) noexcept;
 
   mutable std::mutex m_lock;
   CREDENTIAL_PROVIDER_FIELD_DESCRIPTOR m_descriptors[fields::kFieldCount]{};

@@ -301,6 +301,13 @@ DEFINE_GUID(Identity_LocalUserProvider, 0xa198529b, 0x730f, 0x4089, 0xb6, 0x46, 
 
 #endif  // own declarations
 
+namespace lm2 {
+// PKEY_Identity_QualifiedUserName {DA520E51-F4E9-4739-AC82-02E0A95C9030}, 100: a user's name with its
+// domain, as LogonUI's user objects give it.
+inline constexpr PROPERTYKEY kQualifiedUserNameKey = {
+    {0xda520e51, 0xf4e9, 0x4739, {0xac, 0x82, 0x02, 0xe0, 0xa9, 0x5c, 0x90, 0x30}}, 100};
+}  // namespace lm2
+
 // wincred.h of mingw-w64 lacks the packing flags of CredPackAuthenticationBufferW.
 #ifndef CRED_PACK_PROTECTED_CREDENTIALS
 #define CRED_PACK_PROTECTED_CREDENTIALS 0x1

@@ -103,6 +103,8 @@ class CLM2Provider final : public ICredentialProvider,
   // A token that is not yet on a tile: reuses the tiles without a token, or makes tiles for it.
   // True when tiles had to be made.
   bool takeToken(const Token& token);
+  // Called with the tiles lock held: the token is among the ones present.
+  void rememberToken(const Token& token);
   void requestCapabilities(const Token& token);
   // Hands a result about `token` (or, without one, about every tile) to the tiles concerned.
   void handToTiles(const CtxTokenEngine4CP& context, const Token* token);

@@ -198,9 +198,7 @@ void CLM2Provider::TokenEngineTokenAddedCallback(const std::shared_ptr<CtxTokenE
     if (noTiles) {
       // LogonUI has not enumerated yet: the tiles it asks for will carry the token.
       logging::warn(m_log, "credential list is empty");
-      if (std::none_of(m_tokens.begin(), m_tokens.end(), [&](const Token& t) { return t.sameToken(*token); })) {
-        m_tokens.push_back(*token);
-      }
+      rememberToken(*token);
     }
   }
   if (!noTiles && takeToken(*token)) GuiChangedHandler(0);
@@ -239,9 +237,7 @@ bool CLM2Provider::takeToken(const Token& token) {
       }
       if (!related) withoutToken.push_back(tile);
     }
-    if (std::none_of(m_tokens.begin(), m_tokens.end(), [&](const Token& t) { return t.sameToken(token); })) {
-      m_tokens.push_back(token);
-    }
+    rememberToken(token);
     if (!withoutToken.empty()) {
       logging::debug(m_log, "first credential has no token...reuse credential for first of listed token");
       for (CCredentialStub* tile : withoutToken) tile->SetRelatedToken(&token);
@@ -252,6 +248,12 @@ bool CLM2Provider::takeToken(const Token& token) {
   }
   requestCapabilities(token);
   return created;
+}
+
+void CLM2Provider::rememberToken(const Token& token) {
+  if (std::none_of(m_tokens.begin(), m_tokens.end(), [&](const Token& t) { return t.sameToken(token); })) {
+    m_tokens.push_back(token);
+  }
 }
 
 void CLM2Provider::requestCapabilities(const Token& token) {

@@ -5,12 +5,6 @@
 #include <utility>
 
 namespace lm2::host {
-namespace {
-// {DA520E51-F4E9-4739-AC82-02E0A95C9030}, 100
-constexpr PROPERTYKEY kQualifiedUserName = {
-    {0xda520e51, 0xf4e9, 0x4739, {0xac, 0x82, 0x02, 0xe0, 0xa9, 0x5c, 0x90, 0x30}}, 100};
-}  // namespace
-
 ProviderUser::ProviderUser(std::wstring sid, GUID providerId, std::wstring qualifiedUserName)
     : m_sid(std::move(sid)), m_providerId(providerId), m_qualifiedUserName(std::move(qualifiedUserName)) {}
 
@@ -44,7 +38,7 @@ IFACEMETHODIMP ProviderUser::GetProviderID(GUID* providerId) {
 IFACEMETHODIMP ProviderUser::GetStringValue(REFPROPERTYKEY key, LPWSTR* value) {
   if (value == nullptr) return E_POINTER;
   *value = nullptr;
-  if (IsEqualGUID(key.fmtid, kQualifiedUserName.fmtid) && key.pid == kQualifiedUserName.pid) {
+  if (IsEqualGUID(key.fmtid, kQualifiedUserNameKey.fmtid) && key.pid == kQualifiedUserNameKey.pid) {
     return ::SHStrDupW(m_qualifiedUserName.c_str(), value);
   }
   return E_INVALIDARG;
