@@ -25,13 +25,6 @@ std::wstring computerName() {
   return std::wstring(name, length);
 }
 
-std::wstring currentUser() {
-  wchar_t name[UNLEN + 1];
-  DWORD length = UNLEN + 1;
-  EXPECT_TRUE(::GetUserNameW(name, &length));
-  return name;
-}
-
 class UserTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -82,11 +75,11 @@ TEST_F(UserTest, DotBackslashIsTheComputer) {
 }
 
 TEST_F(UserTest, LocalNamesResolveAsWindowsKnowsThem) {
-  const User user(L".\\" + currentUser());
+  const User user(L".\\" + test::currentUserName());
   ASSERT_TRUE(user.isResolved());
   EXPECT_EQ(user.sidString(), L"S-1-5-21-0-0-0-1000");
-  EXPECT_EQ(user.accountName(), currentUser());
-  EXPECT_EQ(user.qualifiedName(), computerName() + L"\\" + currentUser());
+  EXPECT_EQ(user.accountName(), test::currentUserName());
+  EXPECT_EQ(user.qualifiedName(), computerName() + L"\\" + test::currentUserName());
   EXPECT_TRUE(::IsValidSid(user.sid()));
   EXPECT_EQ(user.sidSize(), ::GetLengthSid(user.sid()));
   EXPECT_EQ(user.domainLength(), user.domain().size());

@@ -76,20 +76,24 @@ std::size_t DebugOutputCapture::count(const std::string& text) const {
   return n;
 }
 
-void enableTrace() {
+std::wstring writeTraceEverything() {
   wchar_t directory[MAX_PATH];
   wchar_t file[MAX_PATH];
-  ASSERT_TRUE(::GetTempPathW(MAX_PATH, directory) && ::GetTempFileNameW(directory, L"lm2", 0, file));
-  {
-    UniqueHandle properties(::CreateFileW(file, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
-    const char everything[] = "log4cpp.rootCategory=DEBUG\n";
-    DWORD written = 0;
-    ASSERT_TRUE(::WriteFile(properties.get(), everything, sizeof everything - 1, &written, nullptr));
-  }
+  if (!::GetTempPathW(MAX_PATH, directory) || !::GetTempFileNameW(directory, L"lm2", 0, file)) return {};
+  UniqueHandle properties(::CreateFileW(file, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+  const char everything[] = "log4cpp.rootCategory=DEBUG\n";
+  DWORD written = 0;
+  if (!::WriteFile(properties.get(), everything, sizeof everything - 1, &written, nullptr)) return {};
+  return file;
+}
+
+void enableTrace() {
+  const std::wstring file = writeTraceEverything();
+  ASSERT_FALSE(file.empty());
   char narrow[MAX_PATH * 3];
-  ASSERT_GT(::WideCharToMultiByte(CP_UTF8, 0, file, -1, narrow, sizeof narrow, nullptr, nullptr), 0);
+  ASSERT_GT(::WideCharToMultiByte(CP_UTF8, 0, file.c_str(), -1, narrow, sizeof narrow, nullptr, nullptr), 0);
   EXPECT_TRUE(logging::configure(narrow));
-  ::DeleteFileW(file);
+  ::DeleteFileW(file.c_str());
 }
 
 }  // namespace lm2::test

@@ -53,5 +53,8 @@ class DebugOutputCapture {
 // Switches the whole trace on at DEBUG for this process through a properties file, which is
 // removed again.
 void enableTrace();
+// Writes that properties file (for a DLL that reads it at each provider creation) and returns its
+// path, which the caller deletes; empty when it could not be written.
+std::wstring writeTraceEverything();
 
 }  // namespace lm2::test

@@ -86,4 +86,17 @@ std::string expectedWindows() {
 
 bool expectsGerman() { return endsWith(programName(), "_de"); }
 
+std::wstring currentUserName() {
+  wchar_t name[256];
+  DWORD length = 256;
+  return ::GetUserNameW(name, &length) ? std::wstring(name) : std::wstring();
+}
+
+std::wstring sessionDataKey() {
+  DWORD session = 0;
+  ::ProcessIdToSessionId(::GetCurrentProcessId(), &session);
+  return L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI\\SessionData\\" +
+         std::to_wstring(session);
+}
+
 }  // namespace lm2::test

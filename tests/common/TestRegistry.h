@@ -26,5 +26,9 @@ void deleteValue(const std::wstring& path, const wchar_t* name);
 std::string expectedWindows();
 // Whether the program runs with a German user interface (its name ends in "_de").
 bool expectsGerman();
+// The account running the tests (a local account under Wine).
+std::wstring currentUserName();
+// LogonUI's session data key of this process's session, where Windows 7 names the logged-on user.
+std::wstring sessionDataKey();
 
 }  // namespace lm2::test

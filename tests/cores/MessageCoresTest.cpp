@@ -1,12 +1,11 @@
 // The message states with a command link: where they offer it (scenario, registry, core set, what
-// the token can do), what a click does, and the engine-failure state with its code.
+// the token can do) and what a click does.
 #include <gtest/gtest.h>
 
 #include "DebugOutputCapture.h"
 #include "TestRegistry.h"
 #include "TileHarness.h"
 #include "settings/ProviderSettings.h"
-#include "tokenengine/LayerResultCodes.h"
 
 namespace lm2 {
 namespace {
@@ -104,24 +103,6 @@ TEST_F(MessageCoresTest, ClickingTheLinkMovesTheTileToTheOfferedState) {
   auto refused = tileIn(false, CPUS_LOGON);
   ASSERT_EQ((*refused)->CommandLinkClicked(kLink), S_OK);
   EXPECT_TRUE(trace.contains("command link was clicked but token initialization is not allowed"));
-}
-
-TEST_F(MessageCoresTest, AFailedEngineShowsItsCodeAndOffersToStartAgain) {
-  Tile tile(provider);
-  tile.deliver(Completion::TokenEngineInitAsyncCompletion, test::plainResult(layer_codes::kIncompatibleLibrary));
-  ASSERT_TRUE(tile.waitForMessage(message(124) + L" (0xe0000000e0100015)"));
-  EXPECT_TRUE(tile.view().shows(kLink));
-  EXPECT_EQ(tile.view().textOf(kLink), message(142));
-
-  tile.deliver(Completion::TokenEngineInitAsyncCompletion, test::plainResult(layer_codes::kNotInitialized));
-  ASSERT_TRUE(tile.waitForMessage(message(124) + L" (0xe0000000e0100016)"));  // row 31 updates the code
-
-  ASSERT_EQ(tile->CommandLinkClicked(kLink), S_OK);
-  EXPECT_EQ(tile.view().textOf(6), message(117));
-  EXPECT_FALSE(tile.view().shows(kLink));
-  tile.deliver(Completion::TokenEngineInitAsyncCompletion, test::plainResult(test::kSuccess));  // row 29
-  EXPECT_TRUE(tile.waitForMessage(message(120)));
-  EXPECT_EQ(tile.view().textOf(kLink), L"");
 }
 
 }  // namespace

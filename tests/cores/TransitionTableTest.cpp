@@ -9,7 +9,6 @@
 #include "ProviderUser.h"
 #include "TestRegistry.h"
 #include "TileHarness.h"
-#include "cores/CoreFactoryRegistry.h"
 #include "cores/CoreStates.h"
 #include "cores/MessageCores.h"
 #include "cores/StateTransitionTable.h"
@@ -22,7 +21,6 @@ namespace {
 using Completion = TokenEngineCompletion;
 using test::Tile;
 
-constexpr GUID kOtherProvider = {0x8bd1c1e0, 0x3c4d, 0x4e5f, {0x9a, 0x8b, 0x7c, 0x6d, 0x5e, 0x4f, 0x3a, 0x2b}};
 constexpr ExtendedResult kWrongPassword = 0xC0100000C000006Dull;
 constexpr ExtendedResult kPasswordMustChange = 0xC0100000C0000224ull;
 
@@ -59,7 +57,7 @@ class TransitionTableTest : public ::testing::Test {
       if (kind == TileKind::User || kind == TileKind::ChangePassword) {
         user = new host::ProviderUser(L"S-1-5-21-0-0-0-1000", Identity_LocalUserProvider, me);
       }
-      if (kind == TileKind::Connected) user = new host::ProviderUser(L"S-1-5-21-7-7-7-1001", kOtherProvider, me);
+      if (kind == TileKind::Connected) user = new host::ProviderUser(L"S-1-5-21-7-7-7-1001", test::kOtherProvider, me);
       if (kind == TileKind::ChangePassword) scenario = CPUS_CHANGE_PASSWORD;
       slot = std::make_unique<Tile>(m_provider, scenario, user, false);
       if (user) user->Release();
@@ -256,17 +254,6 @@ TEST_F(TransitionTableTest, PredicatesWithoutTileOrContextNeverHold) {
     }
   }
   EXPECT_EQ(StateTransitionTable::instance().edges().size(), 67u);
-}
-
-TEST_F(TransitionTableTest, RegistryMakesTheDefaultCoreForASetWithoutOne) {
-  const CoreFactoryRegistry& registry = CoreFactoryRegistry::instance();
-  Tile& generic = tile(TileKind::Generic);
-  for (const wchar_t* set : {L"", L"Kaldera", L"Unknown"}) {
-    auto core = registry.create(typeid(CCredentialCoreMessage), set, generic.get());
-    ASSERT_TRUE(core) << set;
-    EXPECT_EQ(core->GetTypeIndex(), std::type_index(typeid(CCredentialCoreMessage)));
-  }
-  EXPECT_FALSE(registry.create(typeid(CCredentialCoreInitializeEngineMessage), L"", generic.get()));
 }
 
 }  // namespace

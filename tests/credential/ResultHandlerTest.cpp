@@ -121,12 +121,6 @@ TEST_F(ResultHandlerTest, ACoreSetWithoutTheStateFallsBackToTheDefaultCore) {
   EXPECT_TRUE(tile.waitForMessage(message(123) + L" (0xe0000000e0100004)"));  // row 9
 }
 
-TEST_F(ResultHandlerTest, NoTokenEngineInstalledIsAMessageNotARetry) {
-  Tile tile(provider);
-  tile.deliver(Completion::TokenEngineInitAsyncCompletion, test::plainResult(layer_codes::kFacadeNotInstalled));
-  EXPECT_TRUE(tile.waitForMessage(message(106) + L" (0xe0000000e0100014)"));  // row 27, not 26 or 28
-}
-
 TEST_F(ResultHandlerTest, AChangeWaitsUntilTheProviderAllowsIt) {
   Tile tile(provider);
   provider.refusals = 3;

@@ -47,12 +47,6 @@ std::vector<CREDENTIAL_PROVIDER_FIELD_TYPE> fieldTypes() {
   return types;
 }
 
-std::wstring currentUserName() {
-  wchar_t name[256];
-  DWORD length = 256;
-  return ::GetUserNameW(name, &length) ? std::wstring(name) : std::wstring();
-}
-
 std::unique_ptr<AsyncResult> userList(const std::vector<std::wstring>& names, ExtendedResult code) {
   std::vector<User> users;
   for (const std::wstring& name : names) users.emplace_back(name);

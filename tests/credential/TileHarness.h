@@ -14,6 +14,7 @@
 
 #include "Eventually.h"
 #include "RecordingCredentialEvents.h"
+#include "TestRegistry.h"
 #include "credential/CredentialStub.h"
 #include "platform/ComPtr.h"
 
@@ -47,8 +48,6 @@ std::wstring message(UINT id);
 // The field types of the tile, for the sink's first reading of a tile.
 std::vector<CREDENTIAL_PROVIDER_FIELD_TYPE> fieldTypes();
 
-// The name of the user running the tests (a local account under Wine).
-std::wstring currentUserName();
 
 // A user list as the engine's completion delivers it: each name is looked up as an account.
 std::unique_ptr<AsyncResult> userList(const std::vector<std::wstring>& names, ExtendedResult code = 0x2000000020100000);
@@ -57,6 +56,9 @@ TokenCapability capability(bool initialized, bool canBeInitialized);
 std::unique_ptr<AsyncResult> plainResult(ExtendedResult code);
 
 inline constexpr ExtendedResult kSuccess = 0x2000000020100000ull;
+// {8BD1C1E0-3C4D-4E5F-9A8B-7C6D5E4F3A2B}: a provider other than the local password provider, as
+// for connected (internet) accounts.
+inline constexpr GUID kOtherProvider = {0x8bd1c1e0, 0x3c4d, 0x4e5f, {0x9a, 0x8b, 0x7c, 0x6d, 0x5e, 0x4f, 0x3a, 0x2b}};
 
 class Tile {
  public:

@@ -23,8 +23,6 @@ namespace {
 using test::message;
 using test::Tile;
 
-// {8BD1C1E0-3C4D-4E5F-9A8B-7C6D5E4F3A2B}: a provider other than the local password provider.
-constexpr GUID kOtherProvider = {0x8bd1c1e0, 0x3c4d, 0x4e5f, {0x9a, 0x8b, 0x7c, 0x6d, 0x5e, 0x4f, 0x3a, 0x2b}};
 constexpr wchar_t kCurrentUserSid[] = L"S-1-5-21-0-0-0-1000";
 
 // A state that answers the combo box itself and remembers what the tile asked.
@@ -209,27 +207,28 @@ TEST_F(TileTest, WrappersKeepTheTilesCopyAndReachTheSinkEvenWithoutAChange) {
   EXPECT_EQ(adjacent, 13u);
 }
 
-TEST_F(TileTest, UserSidOnlyForATileWithAUser) {
+// LogonUI's user for a tile: its SID; for a user of another provider (a connected account) also
+// the local account its name maps to.
+TEST_F(TileTest, TheTilesUserAndTheLocalAccountItMapsTo) {
   Tile plain(provider);
   PWSTR sid = reinterpret_cast<PWSTR>(1);
   EXPECT_EQ(plain->GetUserSid(&sid), S_FALSE);
   EXPECT_EQ(sid, nullptr);
 
-  auto* user = new host::ProviderUser(kCurrentUserSid, Identity_LocalUserProvider, L".\\" + test::currentUserName());
-  Tile withUser(provider, CPUS_LOGON, user);
-  user->Release();
+  const std::wstring me = L".\\" + test::currentUserName();
+  auto* local = new host::ProviderUser(kCurrentUserSid, Identity_LocalUserProvider, me);
+  Tile withUser(provider, CPUS_LOGON, local);
+  local->Release();
   ASSERT_EQ(withUser->GetUserSid(&sid), S_OK);
   EXPECT_EQ(taken(sid), kCurrentUserSid);
   EXPECT_TRUE(withUser->isLocalUser());
   EXPECT_TRUE(withUser->getConnectedAccountSid().empty());
-}
 
-TEST_F(TileTest, AConnectedAccountIsKeptAsTheLocalAccountItMapsTo) {
-  auto* user = new host::ProviderUser(L"S-1-5-21-7-7-7-1001", kOtherProvider, L".\\" + test::currentUserName());
-  Tile tile(provider, CPUS_LOGON, user);
-  user->Release();
-  EXPECT_FALSE(tile->isLocalUser());
-  EXPECT_EQ(sidText(tile->getConnectedAccountSid()), kCurrentUserSid);
+  auto* connected = new host::ProviderUser(L"S-1-5-21-7-7-7-1001", test::kOtherProvider, me);
+  Tile withConnected(provider, CPUS_LOGON, connected);
+  connected->Release();
+  EXPECT_FALSE(withConnected->isLocalUser());
+  EXPECT_EQ(sidText(withConnected->getConnectedAccountSid()), kCurrentUserSid);
 }
 
 TEST_F(TileTest, SecretsAreWipedWhereTheyLie) {
@@ -302,48 +301,27 @@ TEST_F(TileTest, TileImageIsTheConfiguredFileElseTheBitmapOfTheWindowsVersion) {
   EXPECT_EQ(bitmapWidth(tile.get()), windows7() ? 128 : 192);
 }
 
-class LoggedOnUserTest : public TileTest {
- protected:
-  void SetUp() override {
-    TileTest::SetUp();
-    DWORD session = 0;
-    ::ProcessIdToSessionId(::GetCurrentProcessId(), &session);
-    m_sessionKey = std::wstring(L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI\\SessionData\\") +
-                   std::to_wstring(session);
+// Changing the password is for the user who is logged on; Windows 7 names that user only in its
+// session data, whose SID then becomes the tile's. A user that cannot be resolved is shown as
+// "Unbekannt" in every language.
+TEST_F(TileTest, ChangingThePasswordShowsTheLoggedOnUser) {
+  const std::wstring me = L".\\" + test::currentUserName();
+  struct Case {
+    std::wstring loggedOn;
+    const wchar_t* shown;
+    const wchar_t* sidOnWindows7;
+  };
+  const Case cases[] = {{me, nullptr, kCurrentUserSid}, {L"nobody-here", L"Unbekannt", L"S-1-5-21-9-9-9-500"}};
+  for (const Case& c : cases) {
+    test::setString(test::sessionDataKey(), L"LoggedOnSAMUser", c.loggedOn);
+    auto* user = new host::ProviderUser(L"S-1-5-21-9-9-9-500", Identity_LocalUserProvider, c.loggedOn);
+    Tile tile(provider, CPUS_CHANGE_PASSWORD, user);
+    user->Release();
+    EXPECT_TRUE(tile.view().shows(3));
+    EXPECT_EQ(tile.view().textOf(3), c.shown ? c.shown : test::currentUserName());
+    EXPECT_EQ(tile->getUserSidString(), windows7() ? c.sidOnWindows7 : L"S-1-5-21-9-9-9-500");
   }
-  void TearDown() override {
-    test::deleteKeyTree(m_sessionKey);
-    TileTest::TearDown();
-  }
-  std::wstring m_sessionKey;
-};
-
-TEST_F(LoggedOnUserTest, ChangingThePasswordShowsTheLoggedOnUser) {
-  test::setString(m_sessionKey, L"LoggedOnSAMUser", L".\\" + test::currentUserName());
-  auto* user = new host::ProviderUser(L"S-1-5-21-9-9-9-500", Identity_LocalUserProvider,
-                                      L".\\" + test::currentUserName());
-  Tile tile(provider, CPUS_CHANGE_PASSWORD, user);
-  user->Release();
-  EXPECT_TRUE(tile.view().shows(3));
-  EXPECT_EQ(tile.view().textOf(3), test::currentUserName());
-  // Windows 7 names the logged-on user only in its session data; its SID becomes the tile's.
-  EXPECT_EQ(tile->getUserSidString(), windows7() ? kCurrentUserSid : L"S-1-5-21-9-9-9-500");
-}
-
-TEST_F(LoggedOnUserTest, AnUnknownLoggedOnUserIsShownInGermanInEveryLanguage) {
-  test::setString(m_sessionKey, L"LoggedOnSAMUser", L"nobody-here");
-  auto* user = new host::ProviderUser(L"S-1-5-21-9-9-9-500", kOtherProvider, L"nobody-here");
-  Tile tile(provider, CPUS_CHANGE_PASSWORD, user);
-  user->Release();
-  EXPECT_EQ(tile.view().textOf(3), L"Unbekannt");
-  EXPECT_EQ(tile->getUserSidString(), L"S-1-5-21-9-9-9-500");
-}
-
-TEST_F(LoggedOnUserTest, UnlockShowsTheLoggedOnUserOnlyOnWindows7) {
-  test::setString(m_sessionKey, L"LoggedOnSAMUser", L".\\" + test::currentUserName());
-  Tile tile(provider, CPUS_UNLOCK_WORKSTATION);
-  EXPECT_EQ(tile.view().shows(3), windows7());
-  EXPECT_EQ(tile.view().textOf(3), windows7() ? test::currentUserName() : L"");
+  test::deleteKeyTree(test::sessionDataKey());
 }
 
 }  // namespace

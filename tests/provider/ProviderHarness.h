@@ -6,6 +6,8 @@
 
 #include <string>
 
+#include "EngineVariants.h"
+
 #include "platform/ComPtr.h"
 #include "platform/CredentialProviderApi.h"
 
@@ -25,11 +27,8 @@ class ProviderHarness {
 
  private:
   HMODULE m_module = nullptr;
-  wchar_t m_description[MAX_PATH] = {};
-  wchar_t m_properties[MAX_PATH] = {};
+  VirtualTokenDescription m_tokens;
+  std::wstring m_properties;
 };
-
-// The text of message `id` from the DLL's own table.
-std::wstring dllMessage(HMODULE module, UINT id);
 
 }  // namespace lm2::test

@@ -1,57 +1,32 @@
 // LogonUI makes a provider for every logon screen, for as long as Windows runs: a thousand
-// providers that are advised, enumerate, follow a token in and out and are released leave no
-// thread, handle or memory behind, and the DLL may be unloaded after each.
+// providers that are advised, enumerate, follow a token in and out and are released (and with them
+// a thousand tiles made, moved from state to state and released) leave no thread, handle or memory
+// behind, and the DLL may be unloaded after each.
 #include <gtest/gtest.h>
 
 #include <windows.h>
-#include <psapi.h>
-#include <tlhelp32.h>
 
 #include "EngineControl.h"
 #include "Eventually.h"
 #include "ProviderHarness.h"
+#include "ProcessCounters.h"
 #include "ProviderSession.h"
 #include "TestRegistry.h"
-#include "platform/UniqueResource.h"
+#include "platform/ModuleResources.h"
 #include "settings/ProviderSettings.h"
 
 namespace lm2 {
 namespace {
 
-int threadsOfThisProcess() {
-  UniqueHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
-  THREADENTRY32 entry{};
-  entry.dwSize = sizeof(entry);
-  int count = 0;
-  for (BOOL more = ::Thread32First(snapshot.get(), &entry); more; more = ::Thread32Next(snapshot.get(), &entry)) {
-    if (entry.th32OwnerProcessID == ::GetCurrentProcessId()) ++count;
-  }
-  return count;
-}
-
-// Counted by probing every handle value: Wine's GetProcessHandleCount does not count.
-int handlesOfThisProcess() {
-  int count = 0;
-  DWORD flags = 0;
-  for (ULONG_PTR value = 4; value < 0x20000; value += 4) {
-    if (::GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags)) ++count;
-  }
-  return count;
-}
-
-SIZE_T privateBytes() {
-  PROCESS_MEMORY_COUNTERS_EX counters{};
-  ::GetProcessMemoryInfo(::GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
-                         sizeof(counters));
-  return counters.PrivateUsage;
-}
+using test::handlesOfThisProcess;
+using test::threadsOfThisProcess;
 
 class ProviderLifetimeTest : public ::testing::Test {
  protected:
   void SetUp() override { test::setNumber(settings::kProviderKeyPath, L"ReenumerateDelay", 0); }
   void TearDown() override { test::deleteValue(settings::kProviderKeyPath, L"ReenumerateDelay"); }
 
-  std::wstring message(UINT id) const { return test::dllMessage(harness.module(), id); }
+  std::wstring message(UINT id) const { return resources::loadString(id); }
 
   // One logon screen: advised while the engine runs, a token comes and goes, LogonUI lets go.
   // The token's capabilities are still being read when it goes: their result comes late.
@@ -81,7 +56,7 @@ TEST_F(ProviderLifetimeTest, AThousandLogonScreensLeaveNothingBehind) {
   ASSERT_FALSE(HasFatalFailure());
   const int threads = threadsOfThisProcess();
   const int handles = handlesOfThisProcess();
-  const SIZE_T memory = privateBytes();
+  const SIZE_T memory = test::privateBytesOfThisProcess();
 
   for (int screen = 0; screen < 1000; ++screen) {
     oneScreen(engine);
@@ -91,7 +66,8 @@ TEST_F(ProviderLifetimeTest, AThousandLogonScreensLeaveNothingBehind) {
   // Wine's own handles of the process come and go by a few; one kept per screen would be a thousand.
   EXPECT_LE(handlesOfThisProcess() - handles, 10);
   // A kilobyte kept per screen would be a megabyte.
-  EXPECT_LT(privateBytes(), memory + 1024 * 1024) << "grew from " << memory << " to " << privateBytes();
+  const SIZE_T after = test::privateBytesOfThisProcess();
+  EXPECT_LT(after, memory + 1024 * 1024) << "grew from " << memory << " to " << after;
 
   keeper.end();
   EXPECT_TRUE(test::eventuallyTrue([&] { return harness.canUnloadNow() == S_OK; }));

@@ -15,6 +15,7 @@
 #include "ProviderUserArray.h"
 #include "TestRegistry.h"
 #include "platform/ComPtr.h"
+#include "platform/ModuleResources.h"
 #include "settings/ProviderSettings.h"
 #include "EngineControl.h"
 
@@ -42,7 +43,7 @@ class ProviderTest : public ::testing::Test {
   }
   void TearDown() override { SetUp(); }
 
-  std::wstring message(UINT id) const { return test::dllMessage(harness.module(), id); }
+  std::wstring message(UINT id) const { return resources::loadString(id); }
   bool windows7() const { return test::expectedWindows() == "win7"; }
 
   vte::EngineControl engine() const {
@@ -83,11 +84,7 @@ TEST_F(ProviderTest, ScenariosFieldsAndTheFirstDefault) {
 
 // Windows 7 LogonUI writes the logged-on user shortly before it asks for the tiles.
 TEST_F(ProviderTest, OnWindows7AnUnlockTileNamesTheUserLogonUiWroteBeforeAskingForIt) {
-  DWORD session = 0;
-  ::ProcessIdToSessionId(::GetCurrentProcessId(), &session);
-  const std::wstring key =
-      L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI\\SessionData\\" +
-      std::to_wstring(session);
+  const std::wstring key = test::sessionDataKey();
   test::deleteKeyTree(key);
   ComPtr<ICredentialProvider> provider = harness.createProvider();
   ASSERT_EQ(provider->SetUsageScenario(CPUS_UNLOCK_WORKSTATION, 0), S_OK);
@@ -95,15 +92,13 @@ TEST_F(ProviderTest, OnWindows7AnUnlockTileNamesTheUserLogonUiWroteBeforeAskingF
   DWORD defaultTile = 0;
   BOOL autoLogon = FALSE;
   ASSERT_EQ(provider->GetCredentialCount(&count, &defaultTile, &autoLogon), S_OK);
-  wchar_t name[256];
-  DWORD length = 256;
-  ASSERT_TRUE(::GetUserNameW(name, &length));
-  test::setString(key, L"LoggedOnSAMUser", std::wstring(L".\\") + name);
+  const std::wstring name = test::currentUserName();
+  test::setString(key, L"LoggedOnSAMUser", L".\\" + name);
   ComPtr<ICredentialProviderCredential> tile;
   ASSERT_EQ(provider->GetCredentialAt(0, tile.put()), S_OK);
   PWSTR text = nullptr;
   ASSERT_EQ(tile->GetStringValue(3, &text), S_OK);
-  EXPECT_EQ(std::wstring(text), windows7() ? std::wstring(name) : L"");
+  EXPECT_EQ(std::wstring(text), windows7() ? name : L"");
   ::CoTaskMemFree(text);
   test::deleteKeyTree(key);
 }
@@ -227,9 +222,14 @@ TEST_F(ProviderTest, AFailingEngineCanBeStartedAgainOnceRepaired) {
   ASSERT_TRUE(session.waitForMessage(message(124) + L" (0xc0100000c0100010)"));
   EXPECT_EQ(session.tiles()[0].textOf(19), message(142));
 
+  // Started again and failing otherwise: the tile shows the new code.
+  harness.describeTokens(R"({"tokens":[],"initialization":{"result":"C0100000C0100011"}})");
+  ASSERT_EQ(session.credentials()[0]->CommandLinkClicked(19), S_OK);
+  ASSERT_TRUE(session.waitForMessage(message(124) + L" (0xc0100000c0100011)"));
   harness.describeTokens(tokens({}));
   ASSERT_EQ(session.credentials()[0]->CommandLinkClicked(19), S_OK);
   EXPECT_TRUE(session.waitForMessage(message(120)));
+  EXPECT_EQ(session.tiles()[0].textOf(19), L"");
 }
 
 TEST_F(ProviderTest, ATokenListedTwiceGetsItsTilesOnce) {

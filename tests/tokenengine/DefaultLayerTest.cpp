@@ -54,7 +54,6 @@ class DefaultLayerTest : public ::testing::Test {
   }
   void TearDown() override {
     delete layer_;
-    if (descriptionFile_[0]) ::DeleteFileW(descriptionFile_);
     test::installEngineVariant(L"signed");
   }
 
@@ -69,21 +68,10 @@ class DefaultLayerTest : public ::testing::Test {
 
   ExtendedResult initializeWith(const std::wstring& variant, const char* description = nullptr) {
     EXPECT_TRUE(test::installEngineVariant(variant));
-    if (description) describeInFile(description);
+    test::VirtualTokenDescription tokens;
+    if (description) tokens.describe(description);
     layer_ = new TokenEngineAbstractionLayerDefault();
-    const ExtendedResult code = codeOf(run([&](auto c) { layer_->InitializeAsync(c); }));
-    ::SetEnvironmentVariableW(L"LM2_VIRTUAL_TOKENS", nullptr);
-    return code;
-  }
-
-  // The engine reads this description when it is initialised.
-  void describeInFile(const char* description) {
-    wchar_t directory[MAX_PATH];
-    ASSERT_TRUE(::GetTempPathW(MAX_PATH, directory) && ::GetTempFileNameW(directory, L"vte", 0, descriptionFile_));
-    UniqueHandle file(::CreateFileW(descriptionFile_, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
-    DWORD written = 0;
-    ::WriteFile(file.get(), description, static_cast<DWORD>(strlen(description)), &written, nullptr);
-    ::SetEnvironmentVariableW(L"LM2_VIRTUAL_TOKENS", descriptionFile_);
+    return codeOf(run([&](auto c) { layer_->InitializeAsync(c); }));
   }
 
   ExtendedResult checkPin(const wchar_t* pin) {
@@ -116,7 +104,6 @@ class DefaultLayerTest : public ::testing::Test {
   }
 
   const Token token_{kTokenId, sizeof kTokenId};
-  wchar_t descriptionFile_[MAX_PATH] = {};
   TokenEngineAbstractionLayerDefault* layer_ = nullptr;
   vte::EngineControl engine_;
   test::DebugOutputCapture trace_;

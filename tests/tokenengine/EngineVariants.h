@@ -12,4 +12,20 @@ bool installEngineVariant(const std::wstring& variant);
 // administrator would.
 bool installSignedEngine();
 
+// The tokens the virtual engine finds when it starts: written to a file that LM2_VIRTUAL_TOKENS
+// names, for as long as the object lives. Describing again replaces the file's content.
+class VirtualTokenDescription {
+ public:
+  VirtualTokenDescription() = default;
+  explicit VirtualTokenDescription(const std::string& json) { describe(json); }
+  ~VirtualTokenDescription();
+  VirtualTokenDescription(const VirtualTokenDescription&) = delete;
+  VirtualTokenDescription& operator=(const VirtualTokenDescription&) = delete;
+
+  void describe(const std::string& json);
+
+ private:
+  std::wstring m_path;
+};
+
 }  // namespace lm2::test
