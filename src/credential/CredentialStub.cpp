@@ -227,26 +227,24 @@ void CCredentialStub::stampActivity() {
   if (m_provider) m_provider->StampLastActivity();
 }
 
-namespace {
-// Stamps the provider's last-activity time when a LogonUI call ends.
-class ActivityStamp {
+// Stamps the provider's last-activity time when a LogonUI call ends, however it ends.
+class CCredentialStub::ActivityStamp {
  public:
-  explicit ActivityStamp(std::function<void()> stamp) : m_stamp(std::move(stamp)) {}
+  explicit ActivityStamp(CCredentialStub& tile) : m_tile(tile) {}
   ~ActivityStamp() {
     try {
-      m_stamp();
+      m_tile.stampActivity();
     } catch (...) {
     }
   }
 
  private:
-  std::function<void()> m_stamp;
+  CCredentialStub& m_tile;
 };
-}  // namespace
 
-#define LM2_LOGONUI_CALL(category, name)                 \
+#define LM2_LOGONUI_CALL(category, name)                    \
   LogScope scope(category, "CCredentialStub::" name, this); \
-  ActivityStamp stamp([this] { stampActivity(); })
+  ActivityStamp stamp(*this)
 
 IFACEMETHODIMP CCredentialStub::Advise(ICredentialProviderCredentialEvents* events) {
   return comBoundary([&]() -> HRESULT {

@@ -166,6 +166,7 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   template <class Call>
   HRESULT relay(HRESULT local, Call call);
   void stampActivity();
+  class ActivityStamp;
   bool hasAdvisedSink() const;
 
   void ChangeCurrentCoreUnlocked(std::unique_ptr<CCredentialCoreBase> core);

@@ -136,7 +136,7 @@ TEST_F(ResultHandlerTest, ATileWhoseProviderIsGoneNeverChangesState) {
     Tile tile(provider);
     tile->UnInitialize();
     tile.deliver(Completion::TokenEngineInitAsyncCompletion, test::plainResult(test::kSuccess));
-    ASSERT_TRUE(test::eventually([&] { return trace.contains("state transition results in core change"); }));
+    ASSERT_TRUE(test::eventuallyTrue([&] { return trace.contains("state transition results in core change"); }));
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_EQ(tile.messageText(), message(117));
   }
@@ -156,10 +156,10 @@ TEST_F(ResultHandlerTest, TheProviderHearsOfAChangedLookOnlyWithoutSinkOrInCredU
     test::TestProvider own;
     Tile tile(own, c.scenario, nullptr, c.advise);
     tile.deliver(Completion::TokenEngineInitAsyncCompletion, test::plainResult(test::kSuccess));
-    ASSERT_TRUE(test::eventually([&] { return tile.messageText() == message(120); }));
+    ASSERT_TRUE(test::eventuallyTrue([&] { return tile.messageText() == message(120); }));
     tile.deliver(Completion::TokenEngineCheckPINCompletion, test::plainResult(test::kSuccess));  // no edge, no change
     tile.deliver(Completion::TokenEngineInitAsyncCompletion, test::plainResult(test::kSuccess));
-    ASSERT_TRUE(test::eventually([&] { return own.asks.load() >= 1; }));
+    ASSERT_TRUE(test::eventuallyTrue([&] { return own.asks.load() >= 1; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(own.guiChanges(), c.expected) << c.scenario << " advised " << c.advise;
   }

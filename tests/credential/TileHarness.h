@@ -90,6 +90,5 @@ class Tile {
   HRESULT m_initializeResult = E_FAIL;
 };
 
-inline bool eventually(const std::function<bool()>& check) { return eventuallyTrue(check); }
 
 }  // namespace lm2::test

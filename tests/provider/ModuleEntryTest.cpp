@@ -121,21 +121,6 @@ TEST_F(ModuleEntryTest, ServerLocksKeepTheModuleLoadedAndNeverGoBelowZero) {
   EXPECT_EQ(classFactory->LockServer(FALSE), S_OK);
 }
 
-TEST_F(ModuleEntryTest, ALiveProviderKeepsTheModuleLoaded) {
-  ComPtr<IClassFactory> classFactory = factory();
-  ComPtr<IUnknown> provider;
-  ASSERT_EQ(classFactory->CreateInstance(nullptr, IID_IUnknown, provider.putVoid()), S_OK);
-  ASSERT_TRUE(provider);
-  classFactory.reset();
-  EXPECT_EQ(canUnloadNow_(), S_FALSE);
-
-  ComPtr<IUnknown> second = provider;
-  provider.reset();
-  EXPECT_EQ(canUnloadNow_(), S_FALSE);
-  second.reset();
-  EXPECT_EQ(canUnloadNow_(), S_OK);
-}
-
 TEST_F(ModuleEntryTest, EveryCreationReadsTheTraceConfigurationFirst) {
   test::DebugOutputCapture trace;
   ComPtr<IClassFactory> classFactory = factory();

@@ -363,31 +363,6 @@ TEST_F(DefaultLayerTest, CapabilitiesAndTokenInitialisation) {
   EXPECT_EQ(codeOf(run([&](auto c) { layer_->CheckPINAsync(c, token_, L"9876"); })), result::success());
 }
 
-TEST_F(DefaultLayerTest, TokenListAndTokenEvents) {
-  start(R"({"tokens":[{"id":"4C4D3201"},{"id":"AA","inserted":false}]})");
-  std::mutex lock;
-  std::vector<std::pair<bool, std::vector<std::uint8_t>>> events;
-  layer_->setTokenEventHandler([&](bool added, const Token& token) {
-    std::lock_guard<std::mutex> guard(lock);
-    events.push_back({added, std::vector<std::uint8_t>(token.identification(),
-                                                       token.identification() + token.identificationLength())});
-  });
-  auto context = run([&](auto c) { layer_->GetTokenListAsync(c); });
-  const auto* list = context->getResultAs<AsyncResultGetTokenList>();
-  ASSERT_NE(list, nullptr);
-  ASSERT_EQ(list->getTokens().size(), 1u);
-  EXPECT_TRUE(list->getTokens()[0].sameToken(token_));
-
-  EXPECT_EQ(engine_.insertToken(R"({"id":"BEEF"})"), 0);
-  EXPECT_EQ(engine_.removeToken("4C4D3201"), 0);
-  run([&](auto c) { layer_->GetTokenListAsync(c); });  // events are delivered in order before it
-  std::lock_guard<std::mutex> guard(lock);
-  ASSERT_EQ(events.size(), 2u);
-  EXPECT_TRUE(events[0].first);
-  EXPECT_EQ(events[0].second, (std::vector<std::uint8_t>{0xBE, 0xEF}));
-  EXPECT_FALSE(events[1].first);
-}
-
 TEST_F(DefaultLayerTest, ResultsAreReadByTheirLiteralItemNames) {
   start();
   // A token list result written out by hand: "res" { "ti" 1, "tfi" 1, "te" success,
