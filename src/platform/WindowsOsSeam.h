@@ -5,7 +5,7 @@
 
 namespace lm2 {
 
-class WindowsOsSeam final : public OsSeam {
+class WindowsOsSeam : public OsSeam {
  public:
   NTSTATUS lsaConnectUntrusted(PHANDLE lsaHandle) override;
   NTSTATUS lsaLookupAuthenticationPackage(HANDLE lsaHandle, PLSA_STRING packageName,

@@ -30,15 +30,18 @@ HRESULT ProviderSession::start() {
   DWORD count = 0;
   m_provider->GetFieldDescriptorCount(&count);
   m_types.clear();
+  m_fields.clear();
   for (DWORD index = 0; index < count; ++index) {
     CREDENTIAL_PROVIDER_FIELD_DESCRIPTOR* descriptor = nullptr;
+    FieldDescription field;
     if (SUCCEEDED(m_provider->GetFieldDescriptorAt(index, &descriptor)) && descriptor) {
-      m_types.push_back(descriptor->cpft);
+      field.type = descriptor->cpft;
+      field.label = descriptor->pszLabel ? descriptor->pszLabel : L"";
       ::CoTaskMemFree(descriptor->pszLabel);
       ::CoTaskMemFree(descriptor);
-    } else {
-      m_types.push_back(CPFT_INVALID);
     }
+    m_types.push_back(field.type);
+    m_fields.push_back(std::move(field));
   }
   return enumerate();
 }
@@ -49,6 +52,7 @@ HRESULT ProviderSession::enumerate() {
   BOOL autoLogon = FALSE;
   const HRESULT hr = m_provider->GetCredentialCount(&count, &m_default, &autoLogon);
   if (FAILED(hr)) return hr;
+  m_autoLogon = autoLogon != FALSE;
   std::vector<ComPtr<ICredentialProviderCredential>> tiles;
   for (DWORD index = 0; index < count; ++index) {
     ComPtr<ICredentialProviderCredential> tile;
@@ -70,15 +74,16 @@ HRESULT ProviderSession::enumerate() {
   return S_OK;
 }
 
-void ProviderSession::followChanges() {
+bool ProviderSession::followChanges() {
   const auto calls = m_events->calls();
   for (std::size_t index = m_changesSeen; index < calls.size(); ++index) {
     if (SUCCEEDED(calls[index].answer)) {
       enumerate();
-      return;
+      return true;
     }
   }
   m_changesSeen = calls.size();
+  return false;
 }
 
 std::vector<TileView> ProviderSession::tiles() const {

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "RecordingCredentialEvents.h"
@@ -16,6 +17,12 @@
 #include "platform/CredentialProviderApi.h"
 
 namespace lm2::host {
+
+// A field as the provider describes it.
+struct FieldDescription {
+  CREDENTIAL_PROVIDER_FIELD_TYPE type = CPFT_INVALID;
+  std::wstring label;
+};
 
 class ProviderSession {
  public:
@@ -29,8 +36,8 @@ class ProviderSession {
   HRESULT start();
   // GetCredentialCount and GetCredentialAt; new tiles are advised and read.
   HRESULT enumerate();
-  // Enumerates again when the provider asked for it since the last enumeration.
-  void followChanges();
+  // Enumerates again when the provider asked for it since the last enumeration (true then).
+  bool followChanges();
 
   // What each tile shows now, in enumeration order.
   std::vector<TileView> tiles() const;
@@ -44,6 +51,8 @@ class ProviderSession {
   RecordingProviderEvents& events() const { return *m_events.get(); }
   RecordingCredentialEvents& sink() const { return *m_sink.get(); }
   DWORD defaultTile() const { return m_default; }
+  bool autoLogon() const { return m_autoLogon; }
+  const std::vector<FieldDescription>& fields() const { return m_fields; }
   ICredentialProvider* provider() const { return m_provider.get(); }
 
   // UnAdvise every tile and the provider, and let go of them.
@@ -57,9 +66,11 @@ class ProviderSession {
   ComPtr<RecordingProviderEvents> m_events;
   ComPtr<RecordingCredentialEvents> m_sink;
   std::vector<CREDENTIAL_PROVIDER_FIELD_TYPE> m_types;
+  std::vector<FieldDescription> m_fields;
   std::vector<ComPtr<ICredentialProviderCredential>> m_tiles;
   std::size_t m_changesSeen = 0;
   DWORD m_default = CREDENTIAL_PROVIDER_NO_DEFAULT;
+  bool m_autoLogon = false;
   bool m_ended = false;
 };
 

@@ -104,12 +104,24 @@ void RecordingCredentialEvents::answerWith(HRESULT result) {
 
 HRESULT RecordingCredentialEvents::record(ICredentialProviderCredential* tile, const std::wstring& call,
                                           const std::function<void(TileView&)>& change) {
+  HRESULT answer = S_OK;
+  {
+    std::lock_guard<std::mutex> guard(m_lock);
+    TileView& view = m_views[tile];
+    view.calls.push_back(call);
+    answer = m_answer;
+    if (SUCCEEDED(answer)) change(view);
+    m_changed.notify_all();
+  }
+  m_doorbell.ring();
+  return answer;
+}
+
+void RecordingCredentialEvents::userChanged(ICredentialProviderCredential* tile,
+                                            const std::function<void(TileView&)>& change) {
   std::lock_guard<std::mutex> guard(m_lock);
-  TileView& view = m_views[tile];
-  view.calls.push_back(call);
-  if (SUCCEEDED(m_answer)) change(view);
+  change(m_views[tile]);
   m_changed.notify_all();
-  return m_answer;
 }
 
 IFACEMETHODIMP RecordingCredentialEvents::QueryInterface(REFIID riid, void** ppv) {
@@ -196,8 +208,8 @@ IFACEMETHODIMP RecordingCredentialEvents::SetFieldSubmitButton(ICredentialProvid
 
 IFACEMETHODIMP RecordingCredentialEvents::OnCreatingWindow(HWND* window) {
   if (window == nullptr) return E_POINTER;
-  // No window of its own: message boxes of the provider then have no owner, as on a console.
-  *window = nullptr;
+  // The host's window when it has one; else message boxes of the provider have no owner.
+  *window = m_window.load();
   return S_OK;
 }
 

@@ -6,6 +6,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -15,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "UiDoorbell.h"
 #include "platform/CredentialProviderApi.h"
 
 namespace lm2::host {
@@ -54,6 +56,13 @@ class RecordingCredentialEvents final : public ICredentialProviderCredentialEven
                std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
   // The answer every later sink call gives (S_OK unless a test wants LogonUI to refuse).
   void answerWith(HRESULT result);
+  // What a person did on the screen (typed, ticked, chose): LogonUI's own copy of the field,
+  // which the tile is told about but never echoes back.
+  void userChanged(ICredentialProviderCredential* tile, const std::function<void(TileView&)>& change);
+  // The window OnCreatingWindow hands out (none by default: message boxes without owner).
+  void setWindow(HWND window) { m_window.store(window); }
+  // Rung after every recorded change (the logon host shows it on its UI thread).
+  UiDoorbell& doorbell() { return m_doorbell; }
 
   IFACEMETHODIMP QueryInterface(REFIID riid, void** ppv) override;
   IFACEMETHODIMP_(ULONG) AddRef() override;
@@ -90,6 +99,8 @@ class RecordingCredentialEvents final : public ICredentialProviderCredentialEven
   std::map<ICredentialProviderCredential*, TileView> m_views;
   int m_openBatches = 0;
   HRESULT m_answer = S_OK;
+  std::atomic<HWND> m_window{nullptr};
+  UiDoorbell m_doorbell;
 };
 
 }  // namespace lm2::host

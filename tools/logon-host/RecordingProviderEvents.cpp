@@ -38,8 +38,11 @@ IFACEMETHODIMP RecordingProviderEvents::CredentialsChanged(UINT_PTR adviseContex
   while (refusals > 0 && !m_refusals.compare_exchange_weak(refusals, refusals - 1)) {
   }
   const HRESULT answer = refusals > 0 ? E_FAIL : S_OK;
-  std::lock_guard<std::mutex> guard(m_lock);
-  m_calls.push_back({adviseContext, ::GetTickCount64(), answer});
+  {
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_calls.push_back({adviseContext, ::GetTickCount64(), answer});
+  }
+  m_doorbell.ring();
   return answer;
 }
 

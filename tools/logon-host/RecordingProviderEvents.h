@@ -9,6 +9,7 @@
 #include <mutex>
 #include <vector>
 
+#include "UiDoorbell.h"
 #include "platform/CredentialProviderApi.h"
 
 namespace lm2::host {
@@ -28,6 +29,8 @@ class RecordingProviderEvents final : public ICredentialProviderEvents {
   int accepted() const;
   // The next `count` calls are answered E_FAIL.
   void refuseNext(int count) { m_refusals = count; }
+  // Rung after every call (the logon host hands the call to its UI thread).
+  UiDoorbell& doorbell() { return m_doorbell; }
 
   IFACEMETHODIMP QueryInterface(REFIID riid, void** ppv) override;
   IFACEMETHODIMP_(ULONG) AddRef() override;
@@ -41,6 +44,7 @@ class RecordingProviderEvents final : public ICredentialProviderEvents {
   std::atomic<int> m_refusals{0};
   mutable std::mutex m_lock;
   std::vector<Call> m_calls;
+  UiDoorbell m_doorbell;
 };
 
 }  // namespace lm2::host

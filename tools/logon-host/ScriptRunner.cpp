@@ -1,0 +1,549 @@
+#include "ScriptRunner.h"
+
+#include <objbase.h>
+
+#include <sstream>
+
+#include "EngineControl.h"
+#include "HostOutput.h"
+#include "ProviderUser.h"
+#include "TilePicture.h"
+#include "platform/UniqueResource.h"
+
+namespace lm2::host {
+namespace {
+
+using std::chrono::milliseconds;
+
+std::wstring quoted(const std::wstring& text) { return L"\"" + text + L"\""; }
+
+bool toNumber(const std::wstring& text, unsigned long& number) {
+  if (text.empty()) return false;
+  wchar_t* end = nullptr;
+  number = std::wcstoul(text.c_str(), &end, 0);
+  return end && *end == L'\0';
+}
+
+bool needNumber(const std::vector<std::wstring>& words, std::size_t at, const wchar_t* what, unsigned long& number,
+                std::wstring& error) {
+  if (at >= words.size() || !toNumber(words[at], number)) {
+    error = words[0] + L": " + what + L" expected" + (at < words.size() ? L", not " + quoted(words[at]) : L"");
+    return false;
+  }
+  return true;
+}
+
+bool needWord(const std::vector<std::wstring>& words, std::size_t at, const wchar_t* what, std::wstring& error) {
+  if (at < words.size()) return true;
+  error = words[0] + L": " + what + L" expected";
+  return false;
+}
+
+struct Named {
+  const wchar_t* name;
+  unsigned long value;
+};
+constexpr Named kScenarios[] = {{L"logon", CPUS_LOGON},
+                                {L"unlock", CPUS_UNLOCK_WORKSTATION},
+                                {L"change-password", CPUS_CHANGE_PASSWORD},
+                                {L"credui", CPUS_CREDUI},
+                                {L"plap", CPUS_PLAP}};
+constexpr Named kCredUiFlags[] = {{L"generic", CREDUIWIN_GENERIC},
+                                  {L"checkbox", CREDUIWIN_CHECKBOX},
+                                  {L"authpackage-only", CREDUIWIN_AUTHPACKAGE_ONLY},
+                                  {L"in-cred-only", CREDUIWIN_IN_CRED_ONLY},
+                                  {L"enumerate-admins", CREDUIWIN_ENUMERATE_ADMINS},
+                                  {L"enumerate-current-user", CREDUIWIN_ENUMERATE_CURRENT_USER},
+                                  {L"secure-prompt", CREDUIWIN_SECURE_PROMPT},
+                                  {L"pack32wow", CREDUIWIN_PACK_32_WOW}};
+constexpr Named kStates[] = {{L"hidden", CPFS_HIDDEN},
+                             {L"selected", CPFS_DISPLAY_IN_SELECTED_TILE},
+                             {L"deselected", CPFS_DISPLAY_IN_DESELECTED_TILE},
+                             {L"both", CPFS_DISPLAY_IN_BOTH}};
+
+template <std::size_t N>
+bool byName(const Named (&table)[N], const std::wstring& name, unsigned long& value) {
+  for (const Named& entry : table) {
+    if (name == entry.name) {
+      value = entry.value;
+      return true;
+    }
+  }
+  return toNumber(name, value);
+}
+
+template <std::size_t N>
+std::wstring nameOf(const Named (&table)[N], unsigned long value) {
+  for (const Named& entry : table) {
+    if (entry.value == value) return entry.name;
+  }
+  return std::to_wstring(value);
+}
+
+vte::EngineControl engineControl(LogonScreen& screen) {
+  vte::EngineControl control;
+  // The provider loads the engine when it is advised; give it the time a slow start takes.
+  screen.waitUntil([&] { return (control = vte::EngineControl::ofLoadedEngine()).available(); }, milliseconds(10000));
+  return control;
+}
+
+bool anyFieldShows(const std::vector<ScreenTile>& tiles, const std::wstring& text, bool containing) {
+  for (const ScreenTile& tile : tiles) {
+    for (const ShownField& field : tile.shownFields()) {
+      const std::wstring shown = field.type == CPFT_COMBOBOX && field.selectedItem < field.items.size()
+                                     ? field.items[field.selectedItem]
+                                     : field.text;
+      if (containing ? shown.find(text) != std::wstring::npos : shown == text) return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+ScriptRunner::ScriptRunner(LogonScreen& screen, std::vector<ProviderEntry> commandLineProviders)
+    : m_screen(screen), m_commandLineProviders(std::move(commandLineProviders)) {}
+
+ScriptRunner::~ScriptRunner() {
+  if (m_screen.started()) m_screen.end();
+  if (!m_tokenFile.empty()) ::DeleteFileW(m_tokenFile.c_str());
+}
+
+std::vector<std::wstring> ScriptRunner::split(const std::wstring& line, std::wstring& error) {
+  std::vector<std::wstring> words;
+  std::size_t at = 0;
+  while (at < line.size()) {
+    while (at < line.size() && iswspace(line[at])) ++at;
+    if (at >= line.size()) break;
+    std::wstring word;
+    if (line[at] == L'"') {
+      ++at;
+      bool closed = false;
+      while (at < line.size()) {
+        wchar_t c = line[at++];
+        if (c == L'"') {
+          closed = true;
+          break;
+        }
+        // Only \" \\ and \n are escapes: Windows paths keep their backslashes.
+        if (c == L'\\' && at < line.size() && (line[at] == L'"' || line[at] == L'\\' || line[at] == L'n')) {
+          c = line[at++];
+          if (c == L'n') c = L'\n';
+        }
+        word += c;
+      }
+      if (!closed) {
+        error = L"a text without its closing quote";
+        return {};
+      }
+    } else {
+      while (at < line.size() && !iswspace(line[at])) word += line[at++];
+    }
+    words.push_back(word);
+  }
+  return words;
+}
+
+std::wstring ScriptRunner::resolve(const std::wstring& path) const {
+  wchar_t expanded[MAX_PATH * 2];
+  std::wstring result = ::ExpandEnvironmentStringsW(path.c_str(), expanded, MAX_PATH * 2) ? expanded : path;
+  const bool absolute = result.size() > 1 && (result[1] == L':' || result[0] == L'\\' || result[0] == L'/');
+  if (!absolute && !m_baseDirectory.empty()) result = m_baseDirectory + L"\\" + result;
+  return result;
+}
+
+bool ScriptRunner::run(const std::wstring& line, std::wstring& error) {
+  std::size_t first = line.find_first_not_of(L" \t");
+  if (first == std::wstring::npos || line[first] == L'#') return true;
+  const std::wstring trimmed = line.substr(first);
+  std::vector<std::wstring> words = split(trimmed, error);
+  if (!error.empty()) return false;
+  const std::size_t space = trimmed.find_first_of(L" \t");
+  std::wstring rest = space == std::wstring::npos ? L"" : trimmed.substr(space + 1);
+  rest.erase(0, rest.find_first_not_of(L" \t") == std::wstring::npos ? rest.size() : rest.find_first_not_of(L" \t"));
+  return runCommand(words, rest, error);
+}
+
+bool ScriptRunner::startScreen(std::wstring& error) {
+  std::vector<std::wstring> notes;
+  std::vector<ProviderEntry> entries =
+      m_commandLineProviders.empty() ? registeredProviders(notes) : m_commandLineProviders;
+  for (const std::wstring& note : notes) printLine(L"(" + note + L")");
+  return m_screen.start(entries, m_options, error);
+}
+
+bool ScriptRunner::describeTokens(const std::wstring& rest, std::wstring& error) {
+  std::wstring path;
+  if (!rest.empty() && rest[0] == L'{') {
+    // Written to a file of the host's own that the engine reads when it starts.
+    if (m_tokenFile.empty()) {
+      wchar_t folder[MAX_PATH];
+      wchar_t file[MAX_PATH];
+      ::GetTempPathW(MAX_PATH, folder);
+      ::GetTempFileNameW(folder, L"lm2", 0, file);
+      m_tokenFile = file;
+    }
+    const std::string json = toUtf8(rest);
+    UniqueHandle file(::CreateFileW(m_tokenFile.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr));
+    DWORD written = 0;
+    if (!file || !::WriteFile(file.get(), json.data(), static_cast<DWORD>(json.size()), &written, nullptr)) {
+      error = L"tokens: cannot write " + m_tokenFile;
+      return false;
+    }
+    path = m_tokenFile;
+  } else {
+    std::vector<std::wstring> words = split(rest, error);
+    if (words.size() != 1) {
+      error = L"tokens: a description ({...}) or one file name expected";
+      return false;
+    }
+    path = resolve(words[0]);
+  }
+  ::SetEnvironmentVariableW(L"LM2_VIRTUAL_TOKENS", path.c_str());
+  return true;
+}
+
+bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std::wstring& rest,
+                              std::wstring& error) {
+  const std::wstring& command = words[0];
+  unsigned long number = 0;
+  unsigned long second = 0;
+
+  if (command == L"say") {
+    printLine(L"\n## " + rest);
+    return true;
+  }
+  if (command == L"scenario") {
+    if (!needWord(words, 1, L"a scenario", error)) return false;
+    if (!byName(kScenarios, words[1], number)) {
+      error = L"scenario: unknown scenario " + quoted(words[1]);
+      return false;
+    }
+    m_options.scenario = static_cast<CREDENTIAL_PROVIDER_USAGE_SCENARIO>(number);
+    m_options.flags = 0;
+    for (std::size_t index = 2; index < words.size(); ++index) {
+      if (!byName(kCredUiFlags, words[index], second)) {
+        error = L"scenario: unknown flag " + quoted(words[index]);
+        return false;
+      }
+      m_options.flags |= second;
+    }
+    return true;
+  }
+  if (command == L"users") {
+    if (!needWord(words, 1, L"as-windows, none or listed", error)) return false;
+    if (words[1] == L"none") {
+      m_options.users = ScreenOptions::Users::None;
+    } else if (words[1] == L"as-windows") {
+      m_options.users = ScreenOptions::Users::AsWindowsDoes;
+    } else {
+      error = L"users: as-windows or none expected";
+      return false;
+    }
+    m_options.listed.clear();
+    return true;
+  }
+  if (command == L"user") {
+    if (!needWord(words, 2, L"a SID and a qualified user name", error)) return false;
+    GUID providerId = Identity_LocalUserProvider;
+    if (words.size() > 3 && FAILED(::CLSIDFromString(words[3].c_str(), &providerId))) {
+      error = L"user: " + quoted(words[3]) + L" is not a provider id";
+      return false;
+    }
+    m_options.users = ScreenOptions::Users::Listed;
+    m_options.listed.push_back(
+        ComPtr<ICredentialProviderUser>::adopt(new ProviderUser(words[1], providerId, words[2])));
+    return true;
+  }
+  if (command == L"register") {
+    if (!needWord(words, 2, L"a class id and a DLL", error)) return false;
+    CLSID clsid;
+    if (FAILED(::CLSIDFromString(words[1].c_str(), &clsid))) {
+      error = L"register: " + quoted(words[1]) + L" is not a class id";
+      return false;
+    }
+    const std::wstring name = words.size() > 3 ? words[3] : words[1];
+    return m_registry.set(std::wstring(L"HKLM\\") + kCredentialProvidersKey + L"\\" + words[1], L"", REG_SZ,
+                          RegistryChanges::stringData(name), error) &&
+           m_registry.set(L"HKLM\\SOFTWARE\\Classes\\CLSID\\" + words[1] + L"\\InprocServer32", L"", REG_SZ,
+                          RegistryChanges::stringData(resolve(words[2])), error) &&
+           m_registry.set(L"HKLM\\SOFTWARE\\Classes\\CLSID\\" + words[1] + L"\\InprocServer32", L"ThreadingModel",
+                          REG_SZ, RegistryChanges::stringData(L"Apartment"), error);
+  }
+  if (command == L"reg") {
+    if (words.size() >= 4 && words[1] == L"delete") return m_registry.remove(words[2], words[3], error);
+    if (words.size() < 6 || words[1] != L"set") {
+      error = L"reg: 'reg set KEY NAME sz|expand|dword|multi VALUE…' or 'reg delete KEY NAME' expected";
+      return false;
+    }
+    const std::wstring& type = words[4];
+    if (type == L"sz" || type == L"expand") {
+      return m_registry.set(words[2], words[3], type == L"sz" ? REG_SZ : REG_EXPAND_SZ,
+                            RegistryChanges::stringData(words[5]), error);
+    }
+    if (type == L"dword") {
+      if (!needNumber(words, 5, L"a number", number, error)) return false;
+      return m_registry.set(words[2], words[3], REG_DWORD, RegistryChanges::numberData(number), error);
+    }
+    if (type == L"multi") {
+      return m_registry.set(words[2], words[3], REG_MULTI_SZ,
+                            RegistryChanges::multiStringData({words.begin() + 5, words.end()}), error);
+    }
+    error = L"reg: unknown type " + quoted(type);
+    return false;
+  }
+  if (command == L"tokens") return describeTokens(rest, error);
+  if (command == L"start") return startScreen(error);
+  if (command == L"end") {
+    m_screen.end();
+    return true;
+  }
+  if (command == L"quit") {
+    m_screen.end();
+    m_ended = true;
+    return true;
+  }
+  if (command == L"sleep") {
+    if (!needNumber(words, 1, L"milliseconds", number, error)) return false;
+    m_screen.pump(milliseconds(number));
+    return true;
+  }
+  if (command == L"show") {
+    m_screen.show();
+    return true;
+  }
+  if (command == L"picture") {
+    if (!needWord(words, 1, L"a file name", error)) return false;
+    const std::wstring path = resolve(words[1]);
+    const std::wstring caption = words.size() > 2 ? words[2] : words[1];
+    if (!writeScreenPicture(path, m_screen.screen(), caption)) {
+      error = L"picture: cannot write " + path;
+      return false;
+    }
+    printLine(L"(picture of the screen written to " + path + L")");
+    return true;
+  }
+  if (command == L"answer") {
+    for (std::size_t index = 1; index < words.size(); ++index) {
+      const int button = MessageBoxAnswerer::buttonByName(words[index]);
+      if (button == 0) {
+        error = L"answer: unknown button " + quoted(words[index]);
+        return false;
+      }
+      m_screen.boxes().queue(button);
+    }
+    return true;
+  }
+
+  if (!m_screen.started() && command != L"wait") {
+    if (command == L"insert" || command == L"remove" || command == L"select" || command == L"type" ||
+        command == L"check" || command == L"choose" || command == L"click" || command == L"submit" ||
+        command == L"report" || command == L"expect") {
+      error = command + L": the screen is not started (use 'start')";
+      return false;
+    }
+  }
+  if (command == L"insert" || command == L"remove") {
+    const vte::EngineControl control = engineControl(m_screen);
+    if (!control.available()) {
+      error = command + L": no virtual token engine is loaded";
+      return false;
+    }
+    const int result = command == L"insert" ? control.insertToken(toUtf8(rest).c_str())
+                                            : control.removeToken(toUtf8(rest).c_str());
+    if (result != 0) {
+      error = command + L": the engine refused " + rest + L" (" + std::to_wstring(result) + L")";
+      return false;
+    }
+    return true;
+  }
+  if (command == L"wait") {
+    const bool containing = words.size() > 1 && words[1] == L"containing";
+    const std::size_t at = containing ? 2 : 1;
+    if (!needWord(words, at, L"a text", error)) return false;
+    unsigned long seconds = 10;
+    if (words.size() > at + 1 && !needNumber(words, at + 1, L"seconds", seconds, error)) return false;
+    const std::wstring text = words[at];
+    if (m_screen.waitUntil([&] { return anyFieldShows(m_screen.screen(), text, containing); },
+                           milliseconds(seconds * 1000))) {
+      return true;
+    }
+    error = L"wait: no tile showed " + quoted(text) + L" within " + std::to_wstring(seconds) + L" s";
+    return false;
+  }
+  if (command == L"select") {
+    return needNumber(words, 1, L"a tile number", number, error) && m_screen.select(static_cast<int>(number), error);
+  }
+  if (command == L"type") {
+    return needNumber(words, 1, L"a field id", number, error) && needWord(words, 2, L"a text", error) &&
+           m_screen.type(number, words[2], error);
+  }
+  if (command == L"check") {
+    if (!needNumber(words, 1, L"a field id", number, error) || !needWord(words, 2, L"on or off", error)) return false;
+    return m_screen.check(number, words[2] == L"on", error);
+  }
+  if (command == L"choose") {
+    return needNumber(words, 1, L"a field id", number, error) && needNumber(words, 2, L"an item", second, error) &&
+           m_screen.choose(number, second, error);
+  }
+  if (command == L"click") return needNumber(words, 1, L"a field id", number, error) && m_screen.click(number, error);
+  if (command == L"submit") return m_screen.submit(error);
+  if (command == L"report") {
+    if (!needNumber(words, 1, L"a status", number, error)) return false;
+    if (words.size() > 2 && !needNumber(words, 2, L"a sub-status", second, error)) return false;
+    return m_screen.report(static_cast<NTSTATUS>(number), static_cast<NTSTATUS>(second), error);
+  }
+  if (command == L"expect") return expect(words, error);
+  error = L"unknown command " + quoted(command);
+  return false;
+}
+
+bool ScriptRunner::expect(std::vector<std::wstring> words, std::wstring& error) {
+  if (!needWord(words, 1, L"what to expect", error)) return false;
+  const auto mismatch = [&](const std::wstring& what, const std::wstring& expected, const std::wstring& actual) {
+    error = what + L": expected " + quoted(expected) + L", actual " + quoted(actual);
+    return false;
+  };
+  const std::vector<ScreenTile> screen = m_screen.screen();
+  if (words[1] == L"tiles") {
+    unsigned long count = 0;
+    if (!needNumber(words, 2, L"a count", count, error)) return false;
+    return screen.size() == count || mismatch(L"number of tiles", words[2], std::to_wstring(screen.size()));
+  }
+  if (words[1] == L"providers" || words[1] == L"hidden") {
+    std::wstring shown;
+    std::wstring hidden;
+    for (const auto& provider : m_screen.providers()) {
+      std::wstring& list = provider->session ? shown : hidden;
+      list += (list.empty() ? L"" : L", ") + provider->entry.name;
+    }
+    if (!needWord(words, 2, L"a list of provider names", error)) return false;
+    return (words[1] == L"providers" ? shown : hidden) == words[2] ||
+           mismatch(words[1] == L"providers" ? L"providers shown" : L"providers hidden", words[2],
+                    words[1] == L"providers" ? shown : hidden);
+  }
+  if (words[1] == L"serialization") {
+    if (!needWord(words, 3, L"a key and a value", error)) return false;
+    return valueOf(m_screen.lastSerialization(), words[2]) == words[3] ||
+           mismatch(L"serialization " + words[2], words[3], valueOf(m_screen.lastSerialization(), words[2]));
+  }
+  if (words[1] == L"report") {
+    if (!needWord(words, 2, L"a status text", error)) return false;
+    return m_screen.lastReportText() == words[2] || mismatch(L"status text of ReportResult", words[2],
+                                                              m_screen.lastReportText());
+  }
+  if (words[1] == L"box") {
+    if (!needWord(words, 2, L"a message box text", error)) return false;
+    const auto& boxes = m_screen.boxes().boxes();
+    const std::wstring actual = boxes.empty() ? L"(no message box)" : boxes.back().text;
+    return actual == words[2] || mismatch(L"last message box", words[2], actual);
+  }
+
+  // Expectations about one tile: the current one, or "tile N".
+  int tileNumber = m_screen.currentTile();
+  if (words[1] == L"tile") {
+    unsigned long number = 0;
+    if (!needNumber(words, 2, L"a tile number", number, error)) return false;
+    tileNumber = static_cast<int>(number);
+    words.erase(words.begin() + 1, words.begin() + 3);
+    if (!needWord(words, 1, L"what to expect of the tile", error)) return false;
+  }
+  if (tileNumber < 1 || static_cast<std::size_t>(tileNumber) > screen.size()) {
+    error = L"there is no tile " + std::to_wstring(tileNumber) + L" (the screen has " + std::to_wstring(screen.size()) +
+            L")";
+    return false;
+  }
+  const ScreenTile& tile = screen[static_cast<std::size_t>(tileNumber - 1)];
+  const std::wstring where = L"tile " + std::to_wstring(tileNumber);
+  const std::wstring& what = words[1];
+  if (what == L"focus") {
+    if (!needWord(words, 2, L"a field id or none", error)) return false;
+    const DWORD focus = tile.view.focus();
+    const std::wstring actual = focus == static_cast<DWORD>(-1) ? L"none" : std::to_wstring(focus);
+    return actual == words[2] || mismatch(where + L" focus", words[2], actual);
+  }
+  if (what == L"checkbox") {
+    if (!needWord(words, 2, L"on or off", error)) return false;
+    const std::wstring actual = tile.view.checked ? L"on" : L"off";
+    return actual == words[2] || mismatch(where + L" check box", words[2], actual);
+  }
+  unsigned long field = 0;
+  if (!needNumber(words, 2, L"a field id", field, error)) return false;
+  if (field >= tile.fields.size()) {
+    error = where + L" has no field " + std::to_wstring(field);
+    return false;
+  }
+  const std::wstring label = tile.fields[field].label;
+  const std::wstring fieldName =
+      where + L" field " + std::to_wstring(field) + (label.empty() ? L"" : L" (" + label + L")");
+  if (!needWord(words, 3, L"the expected value", error)) return false;
+  if (what == L"text") {
+    std::wstring actual = tile.view.textOf(field);
+    if (tile.fields[field].type == CPFT_COMBOBOX) {
+      actual = tile.view.comboSelected < tile.view.comboItems.size() ? tile.view.comboItems[tile.view.comboSelected]
+                                                                     : L"";
+    }
+    return actual == words[3] || mismatch(fieldName + L" text", words[3], actual);
+  }
+  if (what == L"state") {
+    unsigned long state = 0;
+    if (!byName(kStates, words[3], state)) {
+      error = L"expect state: hidden, selected, deselected or both expected";
+      return false;
+    }
+    return tile.view.state[field] == static_cast<CREDENTIAL_PROVIDER_FIELD_STATE>(state) ||
+           mismatch(fieldName + L" state", words[3], nameOf(kStates, tile.view.state[field]));
+  }
+  error = L"expect: unknown expectation " + quoted(what);
+  return false;
+}
+
+bool ScriptRunner::runFile(const std::wstring& path) {
+  std::string bytes;
+  {
+    UniqueHandle handle(
+        ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!handle) {
+      printLine(L"logon-host: cannot open script " + path);
+      return false;
+    }
+    char chunk[4096];
+    DWORD read = 0;
+    while (::ReadFile(handle.get(), chunk, sizeof(chunk), &read, nullptr) && read > 0) bytes.append(chunk, read);
+  }
+  std::wistringstream lines(fromUtf8(bytes));
+  std::wstring line;
+  int number = 0;
+  const std::size_t slash = path.find_last_of(L"\\/");
+  const std::wstring name = slash == std::wstring::npos ? path : path.substr(slash + 1);
+  while (std::getline(lines, line)) {
+    ++number;
+    if (!line.empty() && line.back() == L'\r') line.pop_back();
+    const std::size_t first = line.find_first_not_of(L" \t");
+    if (first == std::wstring::npos || line[first] == L'#') continue;
+    if (line.compare(first, 4, L"say ") != 0) printLine(L"> " + line.substr(first));
+    std::wstring error;
+    if (!run(line, error)) {
+      printLine(L"\n" + name + L":" + std::to_wstring(number) + L": " + error);
+      return false;
+    }
+    if (m_ended) break;
+  }
+  return true;
+}
+
+void ScriptRunner::runInteractive() {
+  printLine(L"logon host: type commands (see docs/logon-host.md), 'quit' to finish");
+  m_screen.readInput();
+  std::wstring line;
+  for (;;) {
+    print(L"> ");
+    if (!m_screen.nextInputLine(line)) break;
+    std::wstring error;
+    if (!run(line, error)) printLine(L"error: " + error);
+    if (m_ended) break;
+  }
+}
+
+}  // namespace lm2::host

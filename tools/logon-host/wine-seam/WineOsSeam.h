@@ -1,0 +1,35 @@
+#pragma once
+// The OS seam of the provider's end-to-end build: what Wine cannot serve, served so that the
+// logon host can follow a whole logon. Linked only into the copy of the DLL under
+// bin/end-to-end/; the production DLL and the installer never contain it.
+//
+// - "Negotiate" is answered with a fixed package id (Wine's LSA knows only "Kerberos").
+// - Protection turns a text into the marker below followed by its characters, each scrambled and
+//   written as four hex digits: recognisably protected for the host and for the provider's own
+//   "is it protected?" question, never the secret in clear.
+// - Packing writes KERB_INTERACTIVE_UNLOCK_LOGON as Microsoft documents it (64-bit, or 32-bit with
+//   CRED_PACK_WOW_BUFFER), the name split at its backslash into domain and user.
+// Everything else (account lookups, message boxes, the service pipe) is Windows' own.
+
+#include "platform/WindowsOsSeam.h"
+
+namespace lm2::host {
+
+inline constexpr wchar_t kWineProtectionMarker[] = L"@@LM2WINE:";
+inline constexpr ULONG kWineNegotiatePackage = 0;
+
+class WineOsSeam final : public WindowsOsSeam {
+ public:
+  NTSTATUS lsaLookupAuthenticationPackage(HANDLE lsaHandle, PLSA_STRING packageName,
+                                          PULONG authenticationPackage) override;
+  BOOL credProtectW(BOOL asSelf, LPWSTR credentials, DWORD credentialsChars, LPWSTR protectedCredentials,
+                    DWORD* protectedChars, CRED_PROTECTION_TYPE* protectionType) override;
+  BOOL credIsProtectedW(LPWSTR protectedCredentials, CRED_PROTECTION_TYPE* protectionType) override;
+  BOOL credPackAuthenticationBufferW(DWORD flags, LPWSTR userName, LPWSTR password, PBYTE packedCredentials,
+                                     DWORD* packedSize) override;
+};
+
+// Whether `text` is a protection made by WineOsSeam (the host's decoder asks this).
+bool isWineProtected(const wchar_t* text, std::size_t length);
+
+}  // namespace lm2::host
