@@ -36,12 +36,20 @@ log=$home/wine.log
 start() {
   exec 9>"$home/prefix.lock"
   flock 9
-  if [ ! -f "$prefix/.lm2-booted" ]; then
+  if [ ! -f "$prefix/.lm2-booted-2" ]; then
     echo "wine-prefix: creating $prefix (output in $log)" >&2
-    rm -rf "$prefix"
+    rm -rf "$prefix" "$home"/*.reg.imported
     WINEDEBUG=-all wineboot -i </dev/null >>"$log" 2>&1
+    # Wine's "null" graphics driver makes real windows and dialogs without a display, so message
+    # boxes block as on Windows and the logon host answers them. The desktop takes its driver when
+    # it starts, so the setting is made here, before the server that serves the tests begins.
+    WINEDEBUG=-all wine reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f </dev/null >>"$log" 2>&1
+    # With windows possible, a crashing program would get Wine's crash dialog and wait for a
+    # person forever; the debugger prints its backtrace and lets the program end instead.
+    WINEDEBUG=-all wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f \
+      </dev/null >>"$log" 2>&1
     WINEDEBUG=-all wineserver -w </dev/null >>"$log" 2>&1 || true
-    touch "$prefix/.lm2-booted"
+    touch "$prefix/.lm2-booted-2"
   fi
   # `wineserver -p` exits with 2 at once when the prefix already has a server. When it starts a
   # new one, the helpers (services.exe, plugplay, rpcss, …) are started here too, by wineboot with

@@ -7,7 +7,7 @@
 //
 // The methods mirror the Win32 calls one to one, so callers keep the exact error handling of the
 // real API. Production code uses the Windows implementation; a test swaps in its own for a scope
-// with ScopedOsSeam.
+// with ScopedOsSeam; the end-to-end build of the DLL installs its own for the whole process.
 
 #include <windows.h>
 #include <ntsecapi.h>
@@ -49,8 +49,8 @@ class OsSeam {
 // The implementation in force for the calling process.
 OsSeam& os() noexcept;
 
-// Installs `replacement` until the end of the scope (tests only; not thread-safe against callers
-// that are running while the scope begins or ends).
+// Installs `replacement` until the end of the scope (tests, and the end-to-end build for the
+// process; not thread-safe against callers that are running while the scope begins or ends).
 class ScopedOsSeam {
  public:
   explicit ScopedOsSeam(OsSeam& replacement) noexcept;

@@ -1,6 +1,8 @@
 // A second, minimal credential provider for the logon host's end-to-end runs: one tile with a
 // title, a password box and the submit button. Registered beside the product, it shows that the
-// host loads several providers and applies one provider's filter to the others.
+// host loads several providers and applies one provider's filter to the others. Its ReportResult
+// asks a Retry/Cancel question over the host's window, so that the host's answers are seen to
+// reach a real message box.
 #include <windows.h>
 #include <shlwapi.h>
 
@@ -42,12 +44,22 @@ class Counted : public Interface {
 
 class Tile final : public Counted<ICredentialProviderCredential> {
  public:
+  ~Tile() override { UnAdvise(); }
   IFACEMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
     static const QITAB table[] = {QITABENT(Tile, ICredentialProviderCredential), {}};
     return ::QISearch(this, table, riid, ppv);
   }
-  IFACEMETHODIMP Advise(ICredentialProviderCredentialEvents*) override { return S_OK; }
-  IFACEMETHODIMP UnAdvise() override { return S_OK; }
+  IFACEMETHODIMP Advise(ICredentialProviderCredentialEvents* events) override {
+    UnAdvise();
+    m_events = events;
+    if (m_events) m_events->AddRef();
+    return S_OK;
+  }
+  IFACEMETHODIMP UnAdvise() override {
+    if (m_events) m_events->Release();
+    m_events = nullptr;
+    return S_OK;
+  }
   IFACEMETHODIMP SetSelected(BOOL* autoLogon) override {
     *autoLogon = FALSE;
     return S_OK;
@@ -83,9 +95,18 @@ class Tile final : public Counted<ICredentialProviderCredential> {
     *response = CPGSR_NO_CREDENTIAL_FINISHED;
     return S_OK;
   }
-  IFACEMETHODIMP ReportResult(NTSTATUS, NTSTATUS, PWSTR*, CREDENTIAL_PROVIDER_STATUS_ICON*) override {
-    return S_OK;
+  IFACEMETHODIMP ReportResult(NTSTATUS, NTSTATUS, PWSTR* text, CREDENTIAL_PROVIDER_STATUS_ICON* icon) override {
+    HWND owner = nullptr;
+    if (m_events) m_events->OnCreatingWindow(&owner);
+    const int answer = ::MessageBoxW(owner, L"Try the second provider again?", L"Second provider",
+                                     MB_RETRYCANCEL | MB_ICONQUESTION);
+    *icon = CPSI_NONE;
+    const wchar_t* said = answer == IDRETRY ? L"Retry" : answer == IDCANCEL ? L"Cancel" : L"no answer";
+    return ::SHStrDupW(owner ? said : L"no owner window", text);
   }
+
+ private:
+  ICredentialProviderCredentialEvents* m_events = nullptr;
 };
 
 class Provider final : public Counted<ICredentialProvider> {

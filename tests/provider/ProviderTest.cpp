@@ -3,7 +3,6 @@
 // Runs as Windows 7 and Windows 10.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <thread>
 
 #include "DebugOutputCapture.h"
@@ -133,27 +132,6 @@ TEST_F(ProviderTest, FilterHidesTheListedProvidersOnly) {
   EXPECT_TRUE(allow[1]);
   EXPECT_TRUE(trace.contains("failed to convert not a clsid to CLSID"));
   EXPECT_EQ(filter->Filter(CPUS_PLAP, 0, providers, allow, 2), E_INVALIDARG);
-}
-
-TEST_F(ProviderTest, TilesFollowTheTokensOfTheEngine) {
-  harness.describeTokens(tokens({}));
-  ProviderSession session(harness.createProvider(), CPUS_LOGON);
-  ASSERT_EQ(session.start(), S_OK);
-  ASSERT_TRUE(session.waitForMessage(message(120)));  // "Search for connected token ..."
-
-  vte::EngineControl control = engine();
-  ASSERT_EQ(control.insertToken(kUninitialisedToken), 0);
-  ASSERT_TRUE(session.waitForMessage(message(102)));  // the tile is reused: still one
-  EXPECT_EQ(session.tiles().size(), 1u);
-  const std::vector<std::wstring> calls = session.tiles()[0].calls;
-  const auto reading = std::find(calls.begin(), calls.end(), L"SetFieldString 6 " + message(107));
-  EXPECT_LT(reading, std::find(calls.begin(), calls.end(), L"SetFieldString 6 " + message(102)));
-  ASSERT_EQ(control.removeToken("0A01"), 0);
-  ASSERT_TRUE(session.waitForMessage(message(101)));
-
-  ASSERT_EQ(control.insertToken(kEmptyToken), 0);
-  ASSERT_TRUE(session.waitForMessage(message(103)));
-  EXPECT_EQ(session.tiles().size(), 1u);
 }
 
 TEST_F(ProviderTest, TokensPresentAtTheStartAndASecondTokenGetTilesOfTheirOwn) {

@@ -337,18 +337,23 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
   }
 
   if (!m_screen.started() && command != L"wait") {
-    if (command == L"insert" || command == L"remove" || command == L"select" || command == L"type" ||
-        command == L"check" || command == L"choose" || command == L"click" || command == L"submit" ||
-        command == L"report" || command == L"expect") {
+    if (command == L"insert" || command == L"remove" || command == L"engine-delay" || command == L"select" ||
+        command == L"type" || command == L"check" || command == L"choose" || command == L"click" ||
+        command == L"submit" || command == L"report" || command == L"expect") {
       error = command + L": the screen is not started (use 'start')";
       return false;
     }
   }
-  if (command == L"insert" || command == L"remove") {
+  if (command == L"insert" || command == L"remove" || command == L"engine-delay") {
     const vte::EngineControl control = engineControl(m_screen);
     if (!control.available()) {
       error = command + L": no virtual token engine is loaded";
       return false;
+    }
+    if (command == L"engine-delay") {
+      if (!needNumber(words, 1, L"milliseconds", number, error)) return false;
+      control.delayTasks(number);
+      return true;
     }
     const int result = command == L"insert" ? control.insertToken(toUtf8(rest).c_str())
                                             : control.removeToken(toUtf8(rest).c_str());
