@@ -26,6 +26,12 @@ std::wstring fromUtf8(const std::string& text) {
   return wide;
 }
 
+std::wstring hexCode(unsigned long code) {
+  wchar_t text[16];
+  ::wsprintfW(text, L"0x%08lX", code);
+  return text;
+}
+
 void print(const std::wstring& text) {
   const std::string utf8 = toUtf8(text);
   std::fwrite(utf8.data(), 1, utf8.size(), stdout);

@@ -10,5 +10,7 @@ void print(const std::wstring& text);
 void printLine(const std::wstring& text);
 std::string toUtf8(const std::wstring& text);
 std::wstring fromUtf8(const std::string& text);
+// "0x8000FFFF": HRESULTs, NTSTATUS codes and other 32-bit results as the host prints them.
+std::wstring hexCode(unsigned long code);
 
 }  // namespace lm2::host

@@ -20,11 +20,7 @@ constexpr UINT kInputLine = WM_APP + 2;
 constexpr UINT kInputEnded = WM_APP + 3;
 constexpr wchar_t kWindowClass[] = L"LM2LogonHostWindow";
 
-std::wstring hex(HRESULT hr) {
-  wchar_t text[16];
-  ::wsprintfW(text, L"0x%08lX", static_cast<unsigned long>(hr));
-  return text;
-}
+std::wstring hex(HRESULT hr) { return hexCode(static_cast<unsigned long>(hr)); }
 
 HWND makeWindow() {
   WNDCLASSW windowClass{};
@@ -221,19 +217,19 @@ std::vector<ScreenTile> LogonScreen::screen() const {
   return screen;
 }
 
-void LogonScreen::show() {
+std::wstring LogonScreen::screenText() const {
   std::wstring text;
   for (const ScreenTile& tile : screen()) text += tile.text();
-  if (text.empty()) text = L"(no tiles)\n";
-  m_lastShown = text;
-  print(L"\n" + text);
+  return text.empty() ? L"(no tiles)\n" : text;
+}
+
+void LogonScreen::show() {
+  m_lastShown = screenText();
+  print(L"\n" + m_lastShown);
 }
 
 void LogonScreen::showIfChanged() {
-  std::wstring text;
-  for (const ScreenTile& tile : screen()) text += tile.text();
-  if (text.empty()) text = L"(no tiles)\n";
-  if (text != m_lastShown) show();
+  if (screenText() != m_lastShown) show();
 }
 
 void LogonScreen::followChanges() {

@@ -84,6 +84,7 @@ class LogonScreen {
     ComPtr<ICredentialProviderCredential> tile;
   };
   std::vector<TileRef> allTiles() const;
+  std::wstring screenText() const;
   bool tileAt(int number, TileRef& ref, std::wstring& error) const;
   void followChanges();
   void selectDefault();

@@ -2,6 +2,8 @@
 
 #include <objbase.h>
 
+#include "HostOutput.h"
+
 namespace lm2::host {
 namespace {
 
@@ -92,9 +94,8 @@ bool LoadedProvider::load(const ProviderEntry& entry, std::wstring& error) {
   HRESULT hr = getClassObject(entry.clsid, IID_IClassFactory, factory.putVoid());
   if (SUCCEEDED(hr)) hr = factory->CreateInstance(nullptr, IID_ICredentialProvider, m_provider.putVoid());
   if (FAILED(hr) || !m_provider) {
-    wchar_t code[16];
-    ::wsprintfW(code, L"0x%08lX", static_cast<unsigned long>(hr));
-    error = L"creating " + entry.clsidText + L" from " + entry.path + L" failed with " + code;
+    error = L"creating " + entry.clsidText + L" from " + entry.path + L" failed with " +
+            hexCode(static_cast<unsigned long>(hr));
     return false;
   }
   return true;

@@ -4,16 +4,11 @@
 
 #include <cstring>
 
+#include "HostOutput.h"
 #include "WineOsSeam.h"
 
 namespace lm2::host {
 namespace {
-
-std::wstring hex(unsigned long value) {
-  wchar_t text[16];
-  ::wsprintfW(text, L"0x%08lX", value);
-  return text;
-}
 
 std::wstring responseName(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE response) {
   switch (response) {
@@ -162,7 +157,7 @@ std::wstring passwordKind(const wchar_t* text, std::size_t length) {
 
 DecodedSerialization decodeSerialization(const SerializationCall& call) {
   DecodedSerialization out;
-  out.emplace_back(L"result", hex(static_cast<unsigned long>(call.result)));
+  out.emplace_back(L"result", hexCode(static_cast<unsigned long>(call.result)));
   out.emplace_back(L"response", responseName(call.response));
   if (!call.statusText.empty()) out.emplace_back(L"status-text", call.statusText);
   if (call.statusIcon != CPSI_NONE) out.emplace_back(L"status-icon", iconName(call.statusIcon));
