@@ -45,8 +45,9 @@ class Gate {
 };
 
 TEST(ThreadPool, RunsFiveAtOnceAndTheSixthWaitsForAFreeWorker) {
-  ThreadPool pool;
+  // The gate outlives the pool: woken workers still look at it until the pool has joined them.
   Gate gate;
+  ThreadPool pool;
   std::vector<std::future<void>> done;
   for (int i = 0; i < 6; ++i) done.push_back(pool.enqueue([&] { gate.wait(); }));
   ASSERT_TRUE(gate.waitForWaiting(5));
@@ -58,8 +59,8 @@ TEST(ThreadPool, RunsFiveAtOnceAndTheSixthWaitsForAFreeWorker) {
 }
 
 TEST(ThreadPool, TasksStartInQueueOrder) {
-  ThreadPool pool;
   Gate gate;
+  ThreadPool pool;
   std::vector<std::future<void>> blockers;
   for (std::size_t i = 0; i < ThreadPool::kWorkers - 1; ++i) blockers.push_back(pool.enqueue([&] { gate.wait(); }));
   ASSERT_TRUE(gate.waitForWaiting(ThreadPool::kWorkers - 1));
