@@ -1,5 +1,6 @@
 #include "cores/CoreFactoryRegistry.h"
 
+#include "cores/KnownUserLogonCores.h"
 #include "cores/MessageCores.h"
 
 namespace lm2 {
@@ -16,6 +17,7 @@ CoreFactoryRegistry::CoreFactoryRegistry() {
   add<CCredentialCoreSearchForTokenMessage>();
   add<CCredentialCoreMessage>();
   add<CCredentialCoreTEInitializationFailed>();
+  add<CCredentialCoreKnownUserLogon, CCredentialCoreKnownUserLogonDefaultImpl>();
   add<CCredentialCoreTokenNotInitialized>();
   add<CCredentialCoreTokenNotInitialized, CCredentialCoreTokenNotInitializedKalderaImpl>(L"Kaldera");
   add<CCredentialCoreEmptyToken>();

@@ -1,5 +1,5 @@
 #pragma once
-// The tile states whose cores arrive with the features that need them (logon, several users,
+// The tile states whose cores arrive with the features that need them (several users,
 // storing a first credential, token initialisation, password changes). The
 // transition table already knows them by their class; until a state's cores are registered with
 // the factory registry, a transition into it ends in the message "The subsequent state can not be
@@ -9,6 +9,7 @@
 #include <typeindex>
 
 #include "cores/CredentialCoreBase.h"
+#include "cores/KnownUserLogonCores.h"
 
 namespace lm2 {
 
@@ -19,7 +20,6 @@ namespace lm2 {
     std::type_index GetTypeIndex() const override { return typeid(Name); }   \
   };
 
-LM2_PENDING_STATE(CCredentialCoreKnownUserLogon, CCredentialCoreBase)
 LM2_PENDING_STATE(CCredentialCoreMultiUserTokenLogon, CCredentialCoreBase)
 LM2_PENDING_STATE(CCredentialCoreChangePasswordOnToken, CCredentialCoreBase)
 LM2_PENDING_STATE(CCredentialCoreChangePasswordWithToken, CCredentialCoreBase)

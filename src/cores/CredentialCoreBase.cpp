@@ -68,7 +68,7 @@ HRESULT CCredentialCoreBase::CommandLinkClicked(DWORD) {
 
 HRESULT CCredentialCoreBase::GetSerialization(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE*,
                                               CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION*, PWSTR*,
-                                              CREDENTIAL_PROVIDER_STATUS_ICON*) {
+                                              CREDENTIAL_PROVIDER_STATUS_ICON*, std::vector<DWORD>&) {
   LogScope scope(m_log, "CCredentialCoreBase::GetSerialization", this);
   OnSubmitButtonInvoked();
   return S_OK;

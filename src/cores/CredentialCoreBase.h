@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <typeindex>
+#include <vector>
 
 #include "logging/TraceLog.h"
 #include "platform/CredentialProviderApi.h"
@@ -32,9 +33,11 @@ class CCredentialCoreBase {
   virtual HRESULT SetComboBoxSelectedValue(DWORD fieldId, DWORD index);
   virtual HRESULT SetCheckboxValue(DWORD fieldId, BOOL checked);
   virtual HRESULT CommandLinkClicked(DWORD fieldId);
+  // `keep` names the PIN and password fields the tile must not empty afterwards (a state that
+  // needs a typed secret again after the logon).
   virtual HRESULT GetSerialization(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
                                    CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
-                                   CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
+                                   CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon, std::vector<DWORD>& keep);
   virtual HRESULT ReportResult(NTSTATUS status, NTSTATUS subStatus, PWSTR* statusText,
                                CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
   virtual HRESULT GetFieldOptions(DWORD fieldId, CREDENTIAL_PROVIDER_CREDENTIAL_FIELD_OPTIONS* options);

@@ -43,6 +43,13 @@ struct ShowMessage {
   }
 };
 
+// The token holds the tile's connected (internet) account rather than the tile's own user.
+struct UseConnectedAccount {
+  void operator()(KnownUser* core, const CtxTokenEngine4CP*) const {
+    if (core) core->setUseConnectedAccount(true);
+  }
+};
+
 // A failed engine start shows the failure's code.
 struct ShowCode {
   void operator()(Message* core, const CtxTokenEngine4CP* context) const {
@@ -97,7 +104,7 @@ StateTransitionTable::StateTransitionTable() {
   /* 14 */ add<LoadToken, MultiUser>(
       {scenarioCredUI, afterUserListFromProvider, succeeded, tileWithoutUserOrWindows7, severalUsers}, nothing);
   /* 15 */ add<LoadToken, KnownUser>(
-      {scenarioNotChangePassword, afterUserListFromProvider, succeeded, connectedAccountOnToken}, nothing);
+      {scenarioNotChangePassword, afterUserListFromProvider, succeeded, connectedAccountOnToken}, UseConnectedAccount{});
   /* 16 */ add<LoadToken, EmptyToken>({afterUserListFromProvider, succeeded, noUser}, nothing);
   /* 17 */ add<LoadToken, Message>({scenarioNotChangePassword, afterUserListFromProvider, succeeded,
                                     tileWithUserNotWindows7, someUser, tileUserNotOnToken, connectedAccountNotOnToken},

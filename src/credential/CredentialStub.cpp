@@ -475,18 +475,6 @@ IFACEMETHODIMP CCredentialStub::CommandLinkClicked(DWORD fieldId) {
   });
 }
 
-IFACEMETHODIMP CCredentialStub::GetSerialization(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
-                                                 CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization,
-                                                 PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
-  return comBoundary([&]() -> HRESULT {
-    LM2_LOGONUI_CALL(m_log, "GetSerialization");
-    // A core that serializes waits for its own results, which the handler delivers under the core
-    // lock: the call runs without it.
-    auto core = std::atomic_load(&m_core);
-    return core ? core->GetSerialization(response, serialization, statusText, statusIcon) : S_OK;
-  });
-}
-
 IFACEMETHODIMP CCredentialStub::ReportResult(NTSTATUS status, NTSTATUS subStatus, PWSTR* statusText,
                                              CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
   return comBoundary([&]() -> HRESULT {

@@ -125,6 +125,28 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   // Empties every PIN and password field not in `keep`, also in LogonUI's copy.
   void ResetAllCriticalStrings(const std::vector<DWORD>& keep);
 
+  // The logon buffers the states hand to Windows (Negotiate package, this provider's class id).
+  // Each fills `serialization` and sets `response` to "finished" only on success; a refused
+  // domain is a status text with S_OK.
+  HRESULT GetSerialization_LogonLocal(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+                                      CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
+                                      CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon, const User& user, PCWSTR password);
+  HRESULT GetSerialization_CredUiLocal(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+                                       CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
+                                       CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon, const User& user, PCWSTR password);
+  HRESULT GetSerialization_LogonOnline(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+                                       CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization,
+                                       const std::wstring& qualifiedUserName, PCWSTR password);
+  HRESULT GetSerialization_ChangePassword(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+                                          CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization,
+                                          const User& user, PCWSTR oldPassword, PCWSTR newPassword);
+  // The logon packing for this tile's scenario and the user's kind of account.
+  HRESULT packLogon(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+                    CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
+                    CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon, const User& user, PCWSTR password);
+  // Asks the provider to let LogonUI enumerate again (an automatic logon that is due).
+  void RequestReenumeration();
+
   // The result queue and its handler.
   void EnqueueAsyncContext(const CtxTokenEngine4CP& context);
   void ClearAsyncResultQueue();

@@ -108,8 +108,8 @@ TEST_F(TileTest, AMessageStateOffersNothingToChooseOrSubmit) {
   CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION serialization{};
   serialization.cbSerialization = 99;
   EXPECT_EQ(tile->GetSerialization(&response, &serialization, nullptr, nullptr), S_OK);
-  EXPECT_EQ(response, 77);
-  EXPECT_EQ(serialization.cbSerialization, 99u);
+  EXPECT_EQ(response, CPGSR_NO_CREDENTIAL_NOT_FINISHED);
+  EXPECT_EQ(serialization.cbSerialization, 0u);
   auto icon = CPSI_ERROR;
   text = reinterpret_cast<PWSTR>(1);
   EXPECT_EQ(tile->ReportResult(static_cast<NTSTATUS>(0xC000006D), 0, &text, &icon), S_OK);

@@ -88,7 +88,9 @@ class LogonScreen {
   bool tileAt(int number, TileRef& ref, std::wstring& error) const;
   void followChanges();
   void selectDefault();
-  bool selectTile(const TileRef& ref, std::wstring& error);
+  // `again`: SetSelected also for the tile already selected. `submitted`: the tile asked for an
+  // automatic logon and was submitted.
+  bool selectTile(const TileRef& ref, std::wstring& error, bool again = false, bool* submitted = nullptr);
   ComPtr<ICredentialProviderUserArray> usersFor(const ScreenOptions& options) const;
 
   HWND m_window = nullptr;

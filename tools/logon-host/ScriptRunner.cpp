@@ -105,6 +105,7 @@ ScriptRunner::ScriptRunner(LogonScreen& screen, std::vector<ProviderEntry> comma
     : m_screen(screen), m_commandLineProviders(std::move(commandLineProviders)) {}
 
 ScriptRunner::~ScriptRunner() {
+  finishLaterCommands();
   if (m_screen.started()) m_screen.end();
   if (!m_tokenFile.empty()) ::DeleteFileW(m_tokenFile.c_str());
 }
@@ -155,13 +156,67 @@ std::wstring ScriptRunner::resolve(const std::wstring& path) const {
 bool ScriptRunner::run(const std::wstring& line, std::wstring& error) {
   std::size_t first = line.find_first_not_of(L" \t");
   if (first == std::wstring::npos || line[first] == L'#') return true;
-  const std::wstring trimmed = line.substr(first);
+  // Environment variables (%USERNAME%, %HOSTDIR%, ...) are replaced everywhere in the line.
+  std::wstring trimmed = line.substr(first);
+  if (trimmed.find(L'%') != std::wstring::npos) {
+    const DWORD needed = ::ExpandEnvironmentStringsW(trimmed.c_str(), nullptr, 0);
+    std::wstring expanded(needed, L'\0');
+    if (needed > 0 && ::ExpandEnvironmentStringsW(trimmed.c_str(), expanded.data(), needed) == needed) {
+      expanded.resize(needed - 1);
+      trimmed = expanded;
+    }
+  }
   std::vector<std::wstring> words = split(trimmed, error);
   if (!error.empty()) return false;
   const std::size_t space = trimmed.find_first_of(L" \t");
   std::wstring rest = space == std::wstring::npos ? L"" : trimmed.substr(space + 1);
   rest.erase(0, rest.find_first_not_of(L" \t") == std::wstring::npos ? rest.size() : rest.find_first_not_of(L" \t"));
   return runCommand(words, rest, error);
+}
+
+// The engine that a later command calls stays loaded until that command ran.
+void ScriptRunner::finishLaterCommands() {
+  for (std::thread& later : m_later) later.join();
+  m_later.clear();
+}
+
+// The test double of the session service, installed anew with `options` (its command line).
+bool ScriptRunner::reinstallServiceDouble(const std::wstring& options, std::wstring& error) {
+  wchar_t folder[MAX_PATH * 2] = L"";
+  ::GetEnvironmentVariableW(L"HOSTDIR", folder, MAX_PATH * 2);
+  const std::wstring program = std::wstring(folder) + L"\\session_service_double.exe";
+  for (const std::wstring& arguments : {std::wstring(L"--remove"), L"--install " + options}) {
+    std::wstring commandLine = L"\"" + program + L"\" " + arguments;
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION process{};
+    if (!::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
+                          nullptr, &startup, &process)) {
+      error = L"service: cannot run " + program + L" (" + std::to_wstring(::GetLastError()) + L")";
+      return false;
+    }
+    UniqueHandle thread(process.hThread);
+    UniqueHandle child(process.hProcess);
+    ::WaitForSingleObject(child.get(), INFINITE);
+    DWORD code = 1;
+    ::GetExitCodeProcess(child.get(), &code);
+    if (code != 0 && arguments != L"--remove") {
+      error = L"service: " + arguments + L" failed with exit code " + std::to_wstring(code);
+      return false;
+    }
+  }
+  return true;
+}
+
+bool ScriptRunner::fileContains(const std::wstring& path, const std::wstring& text) const {
+  UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                  OPEN_EXISTING, 0, nullptr));
+  if (!file) return false;
+  std::string content;
+  char chunk[4096];
+  DWORD read = 0;
+  while (::ReadFile(file.get(), chunk, sizeof chunk, &read, nullptr) && read > 0) content.append(chunk, read);
+  return content.find(toUtf8(text)) != std::string::npos;
 }
 
 bool ScriptRunner::startScreen(std::wstring& error) {
@@ -296,10 +351,12 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
   if (command == L"tokens") return describeTokens(rest, error);
   if (command == L"start") return startScreen(error);
   if (command == L"end") {
+    finishLaterCommands();
     m_screen.end();
     return true;
   }
   if (command == L"quit") {
+    finishLaterCommands();
     m_screen.end();
     m_ended = true;
     return true;
@@ -344,6 +401,7 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
       return false;
     }
   }
+  if (command == L"service") return reinstallServiceDouble(rest, error);
   if (command == L"insert" || command == L"remove" || command == L"engine-delay") {
     const vte::EngineControl control = engineControl(m_screen);
     if (!control.available()) {
@@ -355,6 +413,15 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
       control.delayTasks(number);
       return true;
     }
+    if (command == L"remove" && words.size() == 4 && words[2] == L"after") {
+      // While LogonUI's thread is busy (a GetSerialization that waits), a person pulls the token.
+      if (!needNumber(words, 3, L"milliseconds", number, error)) return false;
+      m_later.emplace_back([control, id = toUtf8(words[1]), delay = number] {
+        ::Sleep(delay);
+        control.removeToken(id.c_str());
+      });
+      return true;
+    }
     const int result = command == L"insert" ? control.insertToken(toUtf8(rest).c_str())
                                             : control.removeToken(toUtf8(rest).c_str());
     if (result != 0) {
@@ -362,6 +429,15 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
       return false;
     }
     return true;
+  }
+  if (command == L"wait" && words.size() > 2 && words[1] == L"for") {
+    // Any expectation, waited for up to 10 s: "wait for state 8 selected".
+    std::vector<std::wstring> expectation(words.begin() + 1, words.end());
+    expectation[0] = L"expect";
+    std::wstring last;
+    if (m_screen.waitUntil([&] { last.clear(); return expect(expectation, last); }, milliseconds(10000))) return true;
+    error = L"wait for: within 10 s " + last;
+    return false;
   }
   if (command == L"wait") {
     const bool containing = words.size() > 1 && words[1] == L"containing";
@@ -437,6 +513,20 @@ bool ScriptRunner::expect(std::vector<std::wstring> words, std::wstring& error) 
     if (!needWord(words, 2, L"a status text", error)) return false;
     return m_screen.lastReportText() == words[2] || mismatch(L"status text of ReportResult", words[2],
                                                               m_screen.lastReportText());
+  }
+  if (words[1] == L"boxes") {
+    unsigned long count = 0;
+    if (!needNumber(words, 2, L"a count", count, error)) return false;
+    const std::size_t shown = m_screen.boxes().boxes().size();
+    return shown == count || mismatch(L"number of message boxes", words[2], std::to_wstring(shown));
+  }
+  if (words[1] == L"file") {
+    if (!needWord(words, 4, L"a file, \"containing\" and a text", error) || words[3] != L"containing") {
+      error = L"expect file: FILE containing TEXT expected";
+      return false;
+    }
+    return fileContains(resolve(words[2]), words[4]) ||
+           mismatch(L"file " + words[2], L"a file containing " + words[4], L"no such text in it");
   }
   if (words[1] == L"box") {
     if (!needWord(words, 2, L"a message box text", error)) return false;

@@ -7,6 +7,7 @@
 // the tile and field, the expected and the actual value; the host then exits with 1.
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "LogonScreen.h"
@@ -37,6 +38,9 @@ class ScriptRunner {
   bool startScreen(std::wstring& error);
   bool describeTokens(const std::wstring& rest, std::wstring& error);
   std::wstring resolve(const std::wstring& path) const;
+  bool reinstallServiceDouble(const std::wstring& options, std::wstring& error);
+  void finishLaterCommands();
+  bool fileContains(const std::wstring& path, const std::wstring& text) const;
 
   LogonScreen& m_screen;
   std::vector<ProviderEntry> m_commandLineProviders;
@@ -45,6 +49,8 @@ class ScriptRunner {
   std::wstring m_baseDirectory;
   std::wstring m_tokenFile;
   bool m_ended = false;
+  // Commands that act later, on threads of their own ("remove ID after MS").
+  std::vector<std::thread> m_later;
 };
 
 }  // namespace lm2::host

@@ -39,6 +39,8 @@ bool DoubleOptions::parse(int argc, wchar_t** argv, std::wstring& error) {
       startSteps = static_cast<unsigned>(std::wcstoul(value.c_str(), nullptr, 10));
     } else if (startsWith(argument, L"--start-wait-hint-ms=", value)) {
       startWaitHintMs = static_cast<unsigned>(std::wcstoul(value.c_str(), nullptr, 10));
+    } else if (startsWith(argument, L"--faulty-requests=", value)) {
+      faultyRequests = static_cast<unsigned>(std::wcstoul(value.c_str(), nullptr, 10));
     } else if (startsWith(argument, L"--record=", value)) {
       recordFile = value;
     } else {

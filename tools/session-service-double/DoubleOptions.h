@@ -1,7 +1,7 @@
 #pragma once
 // Command line of the session service double:
 //
-//   session_service_double.exe [--console] [--fault=MODE] [--delay-ms=N] [--record=FILE]
+//   session_service_double.exe [--console] [--fault=MODE [--faulty-requests=N]] [--delay-ms=N] [--record=FILE]
 //                              [--start-pending-ms=N [--start-steps=K] [--start-wait-hint-ms=H]]
 //   session_service_double.exe --install [OPTIONS...]
 //   session_service_double.exe --remove
@@ -9,6 +9,8 @@
 // MODE: echo (default), change-byte (one byte of the reply differs), longer (the reply is three
 // times the request plus 5 bytes), close (hang up without replying), delay (reply after N ms,
 // default 2000), fail-start (the service stops at once with an error, the pipe never appears).
+// --faulty-requests=N answers only the first N requests with the fault and echoes the later ones
+// (a service that recovers; 0, the default: every request).
 // --start-pending-ms keeps the service start-pending for N ms before it serves, reporting a wait
 // hint of H ms (default 3000) and advancing its check point K times (default 0: no progress) at
 // even intervals, as a slow service does. --record writes each request received to FILE.
@@ -27,6 +29,7 @@ struct DoubleOptions {
   bool console = false;
   Fault fault = Fault::kEcho;
   unsigned delayMs = 2000;
+  unsigned faultyRequests = 0;
   std::wstring recordFile;
   unsigned startPendingMs = 0;
   unsigned startSteps = 0;

@@ -54,7 +54,9 @@ bool EchoPipeServer::readRequest(std::vector<unsigned char>& request) {
 
 void EchoPipeServer::answer(const std::vector<unsigned char>& request) {
   std::vector<unsigned char> reply = request;
-  switch (options_.fault) {
+  ++answered_;
+  const bool faulty = options_.faultyRequests == 0 || answered_ <= options_.faultyRequests;
+  switch (faulty ? options_.fault : Fault::kEcho) {
     case Fault::kClose:
       return;  // the caller disconnects without a reply
     case Fault::kChangeByte:

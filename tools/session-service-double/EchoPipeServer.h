@@ -30,6 +30,7 @@ class EchoPipeServer {
   const DoubleOptions& options_;
   HANDLE pipe_ = INVALID_HANDLE_VALUE;
   std::atomic<bool> stopping_{false};
+  unsigned answered_ = 0;
 };
 
 }  // namespace lm2::tools

@@ -1,0 +1,231 @@
+#include "cores/TokenLogonSequence.h"
+
+#include <shlwapi.h>
+
+#include "cores/MessageIds.h"
+#include "credential/CredentialStub.h"
+#include "logging/LogScope.h"
+#include "platform/ModuleResources.h"
+#include "platform/OsSeam.h"
+#include "platform/WindowsVersion.h"
+#include "provider/FieldDescriptorTable.h"
+#include "tokenengine/TokenEngineAbstractionLayer.h"
+
+namespace lm2 {
+
+using logging::LogScope;
+using Routine = TokenEngineCompletion;
+
+namespace {
+
+constexpr NTSTATUS kLogonFailure = static_cast<NTSTATUS>(0xC000006D);
+constexpr NTSTATUS kPasswordExpired = static_cast<NTSTATUS>(0xC0000071);
+constexpr NTSTATUS kPasswordMustChange = static_cast<NTSTATUS>(0xC0000224);
+constexpr ExtendedResult kLogonFailureCode = 0xC0100000C000006Dull;
+constexpr ExtendedResult kPasswordMustChangeCode = 0xC0100000C0000224ull;
+// Retry and Cancel with the warning icon.
+constexpr UINT kMonitoringBoxStyle = MB_RETRYCANCEL | MB_ICONWARNING;
+
+ExtendedResult codeOf(const CtxTokenEngine4CP& context) {
+  const AsyncResult* result = context.getResult();
+  return result ? result->getResultCode() : result::fromHResult(static_cast<std::int32_t>(E_UNEXPECTED));
+}
+
+}  // namespace
+
+TokenLogonSequence::TokenLogonSequence(CCredentialStub* tile, logging::Category& log, const char* owner)
+    : m_tile(tile), m_log(log), m_owner(owner), m_waitEvent(::CreateEventW(nullptr, FALSE, FALSE, nullptr)) {}
+
+TokenLogonSequence::~TokenLogonSequence() = default;
+
+void TokenLogonSequence::cancel() noexcept {
+  m_cancelled = true;
+  if (m_waitEvent) ::SetEvent(m_waitEvent.get());
+}
+
+bool TokenLogonSequence::run(Routine routine, const CtxTokenEngine4CP* own, const Issue& issue) {
+  if (m_cancelled || !m_waitEvent || own == nullptr) return false;
+  m_resultReceived = false;
+  ::ResetEvent(m_waitEvent.get());
+  // The provider routes the completion back to this tile; the tile hands it to this state.
+  auto context = std::make_shared<CtxTokenEngine4CP>(own->completion(), m_tile, own->getProvider(), nullptr,
+                                                     typeid(void), routine);
+  TokenEngineAbstractionLayer* engine = TokenEngineAbstractionLayer::acquirePublished();
+  if (engine == nullptr) return false;
+  issue(*engine, context);
+  engine->Release();
+  if (m_cancelled) return false;
+  ::WaitForSingleObject(m_waitEvent.get(), INFINITE);
+  return m_resultReceived && !m_cancelled;
+}
+
+void TokenLogonSequence::fail(UINT messageId, PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) const {
+  if (statusIcon) *statusIcon = CPSI_ERROR;
+  if (statusText) {
+    if (*statusText) ::CoTaskMemFree(*statusText);
+    *statusText = nullptr;
+    ::SHStrDupW(resources::loadString(messageId).c_str(), statusText);
+  }
+}
+
+HRESULT TokenLogonSequence::serialize(const User& user, const CtxTokenEngine4CP* own,
+                                      CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+                                      CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
+                                      CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
+  HRESULT hr = E_UNEXPECTED;
+  bool arrived = true;
+  if (m_tile->IsAskPINPossible()) {
+    logging::debug(m_log, "do alternative authentication path");
+    arrived = run(Routine::TokenEngineAskPINCompletion, own,
+                  [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
+                    engine.AskPINAsync(context, user);
+                  });
+  } else if (!m_tile->IsNullPINUsed()) {
+    logging::debug(m_log, "null pin is not used...check pin...");
+    const SecretWString pin(m_tile->GetFieldString(fields::kPin));
+    arrived = run(Routine::TokenEngineCheckPINCompletion, own,
+                  [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
+                    engine.CheckPINAsync(context, user, pin.get());
+                  });
+  } else {
+    m_lastResultCode = result::success();
+  }
+  if (m_cancelled) return hr;
+  if (!arrived) {
+    logging::error(m_log, "unexpected async result during GetSerialization");
+    fail(message_ids::kUnexpectedResult, statusText, statusIcon);
+    return hr;
+  }
+  if (!result::succeeded(m_lastResultCode)) {
+    logging::debug(m_log, "invalid pin");
+    fail(message_ids::kInvalidPin, statusText, statusIcon);
+    return hr;
+  }
+  m_passwordObtained = false;
+  arrived = run(Routine::TokenEngineGetPasswordCompletion, own,
+                [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
+                  engine.GetPasswordForUserAsync(context, user);
+                });
+  if (m_cancelled) {
+    m_password = SecretWString();
+    return hr;
+  }
+  if (!arrived) {
+    logging::error(m_log, "unexpected async result during GetSerialization");
+    fail(message_ids::kUnexpectedResult, statusText, statusIcon);
+    return hr;
+  }
+  if (!m_passwordObtained) {
+    logging::error(m_log, "failed to get password from token engine abstraction layer");
+    fail(message_ids::kNoPasswordFromToken, statusText, statusIcon);
+    return hr;
+  }
+  hr = m_tile->packLogon(response, serialization, statusText, statusIcon, user, m_password.get().c_str());
+  m_password = SecretWString();
+  if (FAILED(hr)) {
+    logging::error(m_log, "failed to pack credentials");
+    fail(message_ids::kPackingFailed, statusText, statusIcon);
+  }
+  return hr;
+}
+
+void TokenLogonSequence::update(const CtxTokenEngine4CP* context) {
+  if (context == nullptr) return;
+  m_resultReceived = false;
+  const Routine routine = context->getRoutine();
+  const ExtendedResult code = codeOf(*context);
+  switch (routine) {
+    case Routine::TokenEngineCheckPINCompletion:
+      logging::debug(m_log, "%s::Update:256 handle check pin result", m_owner);
+      m_lastResultCode = code;
+      break;
+    case Routine::TokenEngineGetPasswordCompletion: {
+      logging::debug(m_log, "%s::Update:262 handle get pw result", m_owner);
+      const bool obtained = result::succeeded(code);
+      if (!obtained) {
+        logging::error(m_log, "failed to get password");
+      } else if (const auto* text = context->getResultAs<AsyncResultWithData<std::wstring>>()) {
+        m_password = SecretWString(text->getData());
+      } else {
+        logging::error(m_log, "failed to cast async result");
+      }
+      m_passwordObtained = obtained && context->getResultAs<AsyncResultWithData<std::wstring>>() != nullptr;
+      break;
+    }
+    case Routine::TokenEngineNotifyTokenAuthentificationCompletion:
+      logging::debug(m_log, "%s::Update:285 handle notify result", m_owner);
+      m_notificationSucceeded = result::succeeded(code);
+      if (!m_notificationSucceeded) {
+        logging::error(m_log, "failed to get notify service (0x%016llx)", static_cast<unsigned long long>(code));
+      }
+      break;
+    case Routine::TokenEngineAskPINCompletion:
+      logging::debug(m_log, "%s::Update:298 handle ask pin result", m_owner);
+      m_lastResultCode = code;
+      break;
+    default:
+      logging::warn(m_log, "not expected update call detected");
+      return;
+  }
+  m_resultReceived = true;
+  logging::debug(m_log, "call SetEvent for wait handle");
+  if (m_waitEvent) ::SetEvent(m_waitEvent.get());
+}
+
+void TokenLogonSequence::reportResult(const User* user, const CtxTokenEngine4CP* own, NTSTATUS status,
+                                      NTSTATUS subStatus, PWSTR* statusText,
+                                      CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
+  if (statusText) *statusText = nullptr;
+  if (statusIcon) *statusIcon = CPSI_NONE;
+  if (HRESULT_FROM_NT(status) < 0) m_tile->CPCESetFieldString(fields::kPin, L"");
+
+  if (status == kLogonFailure && subStatus == 0) {
+    logging::info(m_log, "invalid username or password");
+    if (own == nullptr) return;
+    std::unique_ptr<CtxTokenEngine4CP> refused = own->copy();
+    refused->setResult(std::make_unique<AsyncResult>(kLogonFailureCode));
+    m_tile->EnqueueAsyncContext(*refused);
+    return;
+  }
+  if (status == 0 && subStatus == 0) {
+    if (m_tile->getUsageScenario() == CPUS_CREDUI || user == nullptr) return;
+    logging::info(m_log, "credentials are correct...contact service for token observation");
+    reportLogonToService(*user, own);
+    return;
+  }
+  if (status == kPasswordExpired || subStatus == kPasswordExpired || status == kPasswordMustChange) {
+    if (!isWindows10OrGreater() && m_tile->getUsageScenario() == CPUS_UNLOCK_WORKSTATION) {
+      fail(message_ids::kChangePasswordBeforeUnlock, statusText, statusIcon);
+      return;
+    }
+    logging::info(m_log, "password expired or must change");
+    if (own == nullptr) return;
+    CtxTokenEngine4CP mustChange(own->completion(), m_tile, own->getProvider(), own->getData(), typeid(void),
+                                 own->getRoutine());
+    mustChange.setResult(std::make_unique<AsyncResult>(kPasswordMustChangeCode));
+    m_tile->EnqueueAsyncContext(mustChange);
+  }
+}
+
+void TokenLogonSequence::reportLogonToService(const User& user, const CtxTokenEngine4CP* own) {
+  for (;;) {
+    m_notificationSucceeded = false;
+    const bool arrived = run(Routine::TokenEngineNotifyTokenAuthentificationCompletion, own,
+                             [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
+                               engine.NotifyTokenAuthentificationAsync(context, user);
+                             });
+    if ((arrived && m_notificationSucceeded) || m_cancelled) return;
+    logging::error(m_log, "failed to report logon to service");
+    HWND parent = nullptr;
+    if (FAILED(m_tile->CPCEOnCreatingWindow(&parent)) || parent == nullptr) return;
+    const int answer = os().messageBoxW(parent, resources::loadString(message_ids::kMonitoringFailed).c_str(),
+                                        resources::loadString(message_ids::kMonitoringFailedCaption).c_str(),
+                                        kMonitoringBoxStyle);
+    if (answer != IDRETRY) {
+      logging::warn(m_log, "logged on without token monitoring");
+      return;
+    }
+  }
+}
+
+}  // namespace lm2

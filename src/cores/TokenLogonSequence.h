@@ -1,0 +1,76 @@
+#pragma once
+// What a logon state does once it knows the token user to log on: on submit it proves the PIN to
+// the token (typed, or on the token's PIN pad, or not at all for a null PIN), reads the user's
+// password from the token and packs the logon; after the logon it reports the token logon to the
+// session service, offering Retry/Cancel while that fails, and turns Windows' refusals into the
+// transitions to the password-change states.
+//
+// GetSerialization and ReportResult are synchronous for LogonUI: each step starts a token engine
+// operation and blocks LogonUI's thread on an event until the state's Update (on the tile's
+// handler thread) has stored the result. The waits have no time limit; cancel() ends them — the
+// state calls it when it is unloaded (token pulled, tile released, state left), so that LogonUI's
+// thread is never left waiting for a result that the tile will no longer hand to this state.
+
+#include <windows.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "account/User.h"
+#include "common/SecretText.h"
+#include "logging/TraceLog.h"
+#include "platform/CredentialProviderApi.h"
+#include "platform/UniqueResource.h"
+#include "tokenengine/Contexts.h"
+
+namespace lm2 {
+
+class CCredentialStub;
+class TokenEngineAbstractionLayer;
+
+class TokenLogonSequence {
+ public:
+  // `owner` names the state in the trace ("CCredentialCoreKnownUserLogonDefaultImpl").
+  TokenLogonSequence(CCredentialStub* tile, logging::Category& log, const char* owner);
+  ~TokenLogonSequence();
+  TokenLogonSequence(const TokenLogonSequence&) = delete;
+  TokenLogonSequence& operator=(const TokenLogonSequence&) = delete;
+
+  // The PIN step, the password and the packing for `user`. `own` is the state's token engine
+  // context (the provider's delivery), null when the state has none.
+  HRESULT serialize(const User& user, const CtxTokenEngine4CP* own,
+                    CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+                    CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
+                    CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
+  // Stores the result of an operation this sequence waits for and wakes the waiting call.
+  void update(const CtxTokenEngine4CP* context);
+  // What follows Windows' verdict on the logon of `user` (null: no user, nothing to report).
+  void reportResult(const User* user, const CtxTokenEngine4CP* own, NTSTATUS status, NTSTATUS subStatus,
+                    PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
+  // Ends the present wait and every later one.
+  void cancel() noexcept;
+  bool cancelled() const noexcept { return m_cancelled.load(); }
+
+ private:
+  using Issue = std::function<void(TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context)>;
+  // Starts one operation whose completion the provider routes back to this tile as `routine`, and
+  // waits for its result; false when none arrived (no engine, no context, cancelled).
+  bool run(TokenEngineCompletion routine, const CtxTokenEngine4CP* own, const Issue& issue);
+  void fail(UINT messageId, PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) const;
+  void reportLogonToService(const User& user, const CtxTokenEngine4CP* own);
+
+  CCredentialStub* const m_tile;
+  logging::Category& m_log;
+  const char* const m_owner;
+  UniqueHandle m_waitEvent;
+  SecretWString m_password;
+  std::atomic<bool> m_passwordObtained{false};
+  std::atomic<std::uint64_t> m_lastResultCode{0};
+  std::atomic<bool> m_resultReceived{false};
+  std::atomic<bool> m_cancelled{false};
+  std::atomic<bool> m_notificationSucceeded{false};
+};
+
+}  // namespace lm2
