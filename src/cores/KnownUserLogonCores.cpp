@@ -184,7 +184,9 @@ void CCredentialCoreKnownUserLogonDefaultImpl::Unload() {
   m_tile->CPCE2BeginFieldUpdates();
   m_tile->CPCESetFieldString(fields::kPin, L"");
   m_tile->CPCESetFieldState(fields::kPin, CPFS_HIDDEN);
+  m_tile->CPCESetFieldInteractiveState(fields::kPin, CPFIS_NONE);
   m_tile->CPCESetFieldState(fields::kSubmitButton, CPFS_HIDDEN);
+  m_tile->CPCESetFieldSubmitButton(fields::kSubmitButton, fields::kConclusion);
   m_tile->CPCESetFieldString(fields::kMessage, L"");
   m_tile->CPCESetFieldState(fields::kMessage, CPFS_HIDDEN);
   m_tile->CPCESetFieldString(fields::kLargeText, L"");

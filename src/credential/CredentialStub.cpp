@@ -481,7 +481,13 @@ IFACEMETHODIMP CCredentialStub::ReportResult(NTSTATUS status, NTSTATUS subStatus
     LM2_LOGONUI_CALL(m_log, "ReportResult");
     if (statusText) *statusText = nullptr;
     if (statusIcon) *statusIcon = CPSI_NONE;
-    if (auto core = std::atomic_load(&m_core)) core->ReportResult(status, subStatus, statusText, statusIcon);
+    // As GetSerialization: a state change under way completes first, the call runs without the lock.
+    std::shared_ptr<CCredentialCoreBase> core;
+    {
+      std::lock_guard<std::mutex> guard(m_coreLock);
+      core = m_core;
+    }
+    if (core) core->ReportResult(status, subStatus, statusText, statusIcon);
     return S_OK;
   });
 }

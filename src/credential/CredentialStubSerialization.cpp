@@ -105,8 +105,13 @@ IFACEMETHODIMP CCredentialStub::GetSerialization(CREDENTIAL_PROVIDER_GET_SERIALI
     if (statusText) *statusText = nullptr;
     if (statusIcon) *statusIcon = CPSI_NONE;
     // A state that serializes waits for its own results, which the handler delivers under the core
-    // lock: the call runs without it.
-    auto core = std::atomic_load(&m_core);
+    // lock: the call runs without it. Taking it once first lets a state change that is under way
+    // (Load, then PostLoad, which names the user) finish before the state is asked.
+    std::shared_ptr<CCredentialCoreBase> core;
+    {
+      std::lock_guard<std::mutex> guard(m_coreLock);
+      core = m_core;
+    }
     if (!core) {
       logging::error(m_log, "no active core was set in GetSerialization");
       return E_UNEXPECTED;

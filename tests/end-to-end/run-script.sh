@@ -1,19 +1,28 @@
 #!/usr/bin/env bash
 # Runs one logon host script end to end in the build's Wine prefix:
 #
-#   run-script.sh BIN_DIR PREFIX HOST SCRIPT [--fails-with TEXT]
+#   run-script.sh BIN_DIR PREFIX HOST SCRIPT [--fails-with TEXT] [--secrets "PIN PASSWORD ..."]
 #
 # installs the signed virtual token engine and the session service double (as an administrator
 # would), runs HOST (logon-host.exe or logon-host-win7.exe) with SCRIPT, and removes the double
 # again. With --fails-with the script must fail (exit code 1) and the host's report must contain
-# TEXT: a script's wrong expectation has to be caught and named.
+# TEXT: a script's wrong expectation has to be caught and named. With --secrets the provider writes
+# a full DEBUG trace during the run, which must then contain none of the given words, neither as
+# UTF-8 nor as UTF-16 bytes.
 set -uo pipefail
 bin=${1:?BIN_DIR} prefix=${2:?PREFIX} host=${3:?HOST} script=${4:?SCRIPT}
 shift 4
-fails_with=""
-if [ "${1:-}" = --fails-with ]; then fails_with=${2:?TEXT}; fi
+fails_with="" secrets=""
+while [ $# -gt 0 ]; do
+  case $1 in
+    --fails-with) fails_with=${2:?TEXT}; shift 2 ;;
+    --secrets) secrets=${2:?WORDS}; shift 2 ;;
+    *) echo "run-script: unknown option $1"; exit 2 ;;
+  esac
+done
 
 here=$(cd "$(dirname "$0")" && pwd)
+prefix=$(cd "$prefix" && pwd)
 wine_run=("$here/../../scripts/wine-prefix.sh" run "$prefix")
 
 # Providers registered by a script that was killed before it could undo its changes go first.
@@ -23,11 +32,41 @@ wine_run=("$here/../../scripts/wine-prefix.sh" run "$prefix")
   "$bin/engine-variants/test-root.cer" 2>/dev/null || { echo "engine install failed"; exit 1; }
 "${wine_run[@]}" "$bin/session_service_double.exe" --install 2>/dev/null || { echo "service install failed"; exit 1; }
 
+settings='HKLM\SOFTWARE\Corvana\Lumenar2\CredentialProvider'
+trace_dir=""
+if [ -n "$secrets" ]; then
+  trace_dir=$(mktemp -d)
+  trace_windows=$(WINEPREFIX=$prefix winepath -w "$trace_dir/provider.log" 2>/dev/null)
+  printf '%s\n' 'log4cpp.rootCategory=DEBUG, file' 'log4cpp.appender.file=FileAppender' \
+    "log4cpp.appender.file.fileName=$trace_windows" >"$trace_dir/trace.properties"
+  "${wine_run[@]}" reg add "$settings" /v LogSettingsPath /d \
+    "$(WINEPREFIX=$prefix winepath -w "$trace_dir/trace.properties" 2>/dev/null)" /f >/dev/null 2>&1
+fi
+
 output=$(mktemp)
 "${wine_run[@]}" "$bin/$host" --script "$script" >"$output" 2>/dev/null
 rc=$?
 "${wine_run[@]}" "$bin/session_service_double.exe" --remove 2>/dev/null
 cat "$output"
+
+# \xHH for every byte of $1 in encoding $2: a grep -P pattern that needs no escaping.
+byte_pattern() { printf '%s' "$1" | iconv -f UTF-8 -t "$2" | od -An -tx1 -v | tr -s ' \n' ' ' | sed 's/ *\([0-9a-f][0-9a-f]\)/\\x\1/g' | tr -d ' '; }
+if [ -n "$trace_dir" ]; then
+  "${wine_run[@]}" reg delete "$settings" /v LogSettingsPath /f >/dev/null 2>&1
+  trace="$trace_dir/provider.log"
+  if ! grep -q 'GetSerialization \[START\]' "$trace" 2>/dev/null; then
+    echo "run-script: the provider wrote no DEBUG trace of a serialization to $trace"; rc=1
+  fi
+  for secret in $secrets; do
+    for encoding in UTF-8 UTF-16LE; do
+      if LC_ALL=C grep -aqP "$(byte_pattern "$secret" "$encoding")" "$trace"; then
+        echo "run-script: the trace contains the secret '$secret' ($encoding)"; rc=1
+      fi
+    done
+  done
+  [ $rc -eq 0 ] && echo "run-script: the DEBUG trace ($(wc -l <"$trace") lines) holds none of the secrets"
+  rm -rf "$trace_dir"
+fi
 
 if [ -n "$fails_with" ]; then
   if [ "$rc" -ne 1 ]; then echo "run-script: the script was to fail, but the host exited with $rc"; rc=1
