@@ -32,7 +32,14 @@ std::wstring hexCode(unsigned long code) {
   return text;
 }
 
+namespace {
+bool g_quiet = false;
+}  // namespace
+
+void setQuiet(bool quiet) { g_quiet = quiet; }
+
 void print(const std::wstring& text) {
+  if (g_quiet) return;
   const std::string utf8 = toUtf8(text);
   std::fwrite(utf8.data(), 1, utf8.size(), stdout);
   std::fflush(stdout);

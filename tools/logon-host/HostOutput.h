@@ -7,6 +7,8 @@
 namespace lm2::host {
 
 void print(const std::wstring& text);
+// Silences print and printLine (a benchmark that drives the screen without showing it).
+void setQuiet(bool quiet);
 void printLine(const std::wstring& text);
 std::string toUtf8(const std::wstring& text);
 std::wstring fromUtf8(const std::string& text);

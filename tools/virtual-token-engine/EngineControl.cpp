@@ -26,6 +26,7 @@ EngineControl EngineControl::ofLoadedEngine() {
                         bind(module, "VteFailTaskAfter", control.failTaskAfter) &&
                         bind(module, "VteFailNextTaskStart", control.failNextTaskStart) &&
                         bind(module, "VteDelayTasks", control.delayTasks) &&
+                        bind(module, "VteTasksStarted", control.tasksStarted) &&
                         bind(module, "VteMalformNextResult", control.malformNextResult) &&
                         bind(module, "VteDeliverNextResult", control.deliverNextResult) &&
                         bind(module, "VteDescribe", control.describe);

@@ -17,6 +17,7 @@ struct EngineControl {
   decltype(&VteFailTaskAfter) failTaskAfter = nullptr;
   decltype(&VteFailNextTaskStart) failNextTaskStart = nullptr;
   decltype(&VteDelayTasks) delayTasks = nullptr;
+  decltype(&VteTasksStarted) tasksStarted = nullptr;
   decltype(&VteMalformNextResult) malformNextResult = nullptr;
   decltype(&VteDeliverNextResult) deliverNextResult = nullptr;
   decltype(&VteDescribe) describe = nullptr;

@@ -124,6 +124,10 @@ class Engine {
     m_failStart[function] = code;
   }
   void delay(std::uint32_t ms) { m_delayMs = ms; }
+  std::uint64_t tasksStarted() {
+    std::lock_guard<std::mutex> guard(m_lock);
+    return m_lastTask;
+  }
   void malformNext(std::uint32_t how) { m_malform = how; }
   void replaceNext(const std::uint8_t* stream, std::uint32_t length) {
     std::lock_guard<std::mutex> guard(m_lock);
@@ -566,6 +570,8 @@ void VteFailTaskAfter(std::uint32_t function, std::uint32_t skip, std::uint64_t 
 }
 void VteFailNextTaskStart(std::uint32_t function, std::uint64_t code) { engine().failNextStart(function, code); }
 void VteDelayTasks(std::uint32_t milliseconds) { engine().delay(milliseconds); }
+
+std::uint64_t VteTasksStarted() { return engine().tasksStarted(); }
 void VteMalformNextResult(std::uint32_t how) { engine().malformNext(how); }
 void VteDeliverNextResult(const std::uint8_t* stream, std::uint32_t length) { engine().replaceNext(stream, length); }
 
