@@ -106,11 +106,11 @@ TEST_F(ResultHandlerTest, AStateWithoutCoreShowsMessage119) {
   Tile tile(provider);
   bindToken(tile);
   tile.deliver(Completion::TokenEngineListUsersOnTokenCompletion,
-               test::userList({L".\\" + test::currentUserName()}));  // row 10, whose core comes later
+               test::userList({L".\\" + test::currentUserName(), L"nobody-else"}));  // row 13, its core comes later
   ASSERT_TRUE(tile.waitForMessage(message(119)));
   EXPECT_TRUE(trace.contains("state transition results in core change from 'lm2::CCredentialCoreLoadTokenMessage' "
-                             "to 'lm2::CCredentialCoreKnownUserLogon'"));
-  EXPECT_TRUE(trace.contains("can not resolve type 'lm2::CCredentialCoreKnownUserLogon'"));
+                             "to 'lm2::CCredentialCoreMultiUserTokenLogon'"));
+  EXPECT_TRUE(trace.contains("can not resolve type 'lm2::CCredentialCoreMultiUserTokenLogon'"));
 }
 
 TEST_F(ResultHandlerTest, ACoreSetWithoutTheStateFallsBackToTheDefaultCore) {
