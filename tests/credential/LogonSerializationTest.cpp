@@ -9,9 +9,11 @@
 #include <vector>
 
 #include "ForwardingOsSeam.h"
+#include "FreedMemoryWatch.h"
 #include "TestRegistry.h"
 #include "TileHarness.h"
 #include "account/User.h"
+#include "common/SecretText.h"
 #include "cores/CredentialCoreBase.h"
 #include "credential/KerberosPacking.h"
 #include "provider/ProviderGuids.h"
@@ -47,26 +49,30 @@ class PackingSeam final : public test::ForwardingOsSeam {
     return TRUE;
   }
   BOOL credProtectW(BOOL, LPWSTR text, DWORD, LPWSTR out, DWORD* outChars, CRED_PROTECTION_TYPE*) override {
-    const std::wstring result = L"@@P" + std::wstring(text);
-    if (out == nullptr || *outChars < result.size() + 1) {
-      *outChars = static_cast<DWORD>(result.size() + 1);
+    SecretWString result;
+    result.get().reserve(3 + std::wcslen(text));  // one buffer, no unwiped intermediates
+    result.get().append(L"@@P").append(text);
+    if (out == nullptr || *outChars < result.get().size() + 1) {
+      *outChars = static_cast<DWORD>(result.get().size() + 1);
       ::SetLastError(ERROR_INSUFFICIENT_BUFFER);
       return FALSE;
     }
-    std::wmemcpy(out, result.c_str(), result.size() + 1);
+    std::wmemcpy(out, result.get().c_str(), result.get().size() + 1);
     return TRUE;
   }
   // Packs "name|password" so that the test sees what reached the packing.
   BOOL credPackAuthenticationBufferW(DWORD flags, LPWSTR name, LPWSTR password, PBYTE out, DWORD* size) override {
     packFlags = flags;
-    const std::wstring packed = std::wstring(name) + L"|" + password;
-    const DWORD bytes = static_cast<DWORD>(packed.size() * sizeof(wchar_t));
+    SecretWString packed;
+    packed.get().reserve(std::wcslen(name) + 1 + std::wcslen(password));
+    packed.get().append(name).append(L"|").append(password);
+    const DWORD bytes = static_cast<DWORD>(packed.get().size() * sizeof(wchar_t));
     if (out == nullptr || *size < bytes) {
       *size = bytes;
       ::SetLastError(ERROR_INSUFFICIENT_BUFFER);
       return FALSE;
     }
-    std::memcpy(out, packed.data(), bytes);
+    std::memcpy(out, packed.get().data(), bytes);
     *size = bytes;
     return TRUE;
   }
@@ -99,6 +105,8 @@ struct Released {
     s = {};
   }
 };
+
+#define EXPECT_FAILED(call) EXPECT_TRUE(FAILED(call))
 
 std::wstring textOf(const CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION& s) {
   return std::wstring(reinterpret_cast<const wchar_t*>(s.rgbSerialization), s.cbSerialization / sizeof(wchar_t));
@@ -259,6 +267,31 @@ TEST_F(LogonSerializationTest, BlackListedDomainsAreRefusedWithAMessage) {
   Released{}(serialization);
   EXPECT_EQ(tile->GetSerialization_LogonLocal(&response, &serialization, nullptr, nullptr, user, L"pw"), S_OK);
   EXPECT_NE(serialization.rgbSerialization, nullptr);
+}
+
+// No copy of the password that the packing made is left in memory it gave back, whichever way
+// the packing went.
+TEST_F(LogonSerializationTest, PasswordCopiesAreWipedOnEveryPath) {
+  constexpr wchar_t kPassword[] = L"Wiped-Secret-Passw0rd-Q7";
+  Tile logonTile(provider, CPUS_LOGON);
+  Tile credUiTile(provider, CPUS_CREDUI);
+  const User user(L".\\" + test::currentUserName());
+  test::FreedMemoryWatch watch("Wiped-Secret-Passw0rd-Q7");
+  const auto release = [&] { Released{}(serialization); };
+  EXPECT_EQ(logonTile->GetSerialization_LogonLocal(&response, &serialization, nullptr, nullptr, user, kPassword), S_OK);
+  release();
+  EXPECT_EQ(credUiTile->GetSerialization_CredUiLocal(&response, &serialization, nullptr, nullptr, user, kPassword), S_OK);
+  release();
+  EXPECT_EQ(logonTile->GetSerialization_LogonOnline(&response, &serialization, L"M\\a@b.c", kPassword), S_OK);
+  release();
+  EXPECT_EQ(logonTile->GetSerialization_ChangePassword(&response, &serialization, user, kPassword, kPassword), S_OK);
+  release();
+  seam.lookupStatus = static_cast<NTSTATUS>(0xC0000001);
+  EXPECT_FAILED(logonTile->GetSerialization_LogonLocal(&response, &serialization, nullptr, nullptr, user, kPassword));
+  EXPECT_FAILED(credUiTile->GetSerialization_CredUiLocal(&response, &serialization, nullptr, nullptr, user, kPassword));
+  EXPECT_FAILED(logonTile->GetSerialization_ChangePassword(&response, &serialization, user, kPassword, kPassword));
+  EXPECT_EQ(watch.unwipedBlocks(), 0);
+  EXPECT_GE(watch.releasedBlocks(), 10);
 }
 
 // Without a state the tile has nothing to serialize, and still empties every PIN and password
