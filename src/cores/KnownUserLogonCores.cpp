@@ -1,7 +1,6 @@
 #include "cores/KnownUserLogonCores.h"
 
 #include <sddl.h>
-#include <shlwapi.h>
 
 #include <vector>
 
@@ -151,8 +150,7 @@ HRESULT CCredentialCoreKnownUserLogonDefaultImpl::GetSerialization(
   m_tile->SetAutoLogonMode(false);
   if (!m_relatedUser) {
     logging::error(m_log, "can not find related user in user list...");
-    if (statusIcon) *statusIcon = CPSI_ERROR;
-    if (statusText) ::SHStrDupW(resources::loadString(message_ids::kInternalError).c_str(), statusText);
+    resources::setErrorStatus(message_ids::kInternalError, statusText, statusIcon);
     return E_UNEXPECTED;
   }
   return m_logon.serialize(*m_relatedUser, tokenEngineContext(), response, serialization, statusText, statusIcon);

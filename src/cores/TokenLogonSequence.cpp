@@ -1,7 +1,5 @@
 #include "cores/TokenLogonSequence.h"
 
-#include <shlwapi.h>
-
 #include "cores/MessageIds.h"
 #include "credential/CredentialStub.h"
 #include "logging/LogScope.h"
@@ -59,15 +57,6 @@ bool TokenLogonSequence::run(Routine routine, const CtxTokenEngine4CP* own, cons
   return m_resultReceived && !m_cancelled;
 }
 
-void TokenLogonSequence::fail(UINT messageId, PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) const {
-  if (statusIcon) *statusIcon = CPSI_ERROR;
-  if (statusText) {
-    if (*statusText) ::CoTaskMemFree(*statusText);
-    *statusText = nullptr;
-    ::SHStrDupW(resources::loadString(messageId).c_str(), statusText);
-  }
-}
-
 HRESULT TokenLogonSequence::serialize(const User& user, const CtxTokenEngine4CP* own,
                                       CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
                                       CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
@@ -93,12 +82,12 @@ HRESULT TokenLogonSequence::serialize(const User& user, const CtxTokenEngine4CP*
   if (m_cancelled) return hr;
   if (!arrived) {
     logging::error(m_log, "unexpected async result during GetSerialization");
-    fail(message_ids::kUnexpectedResult, statusText, statusIcon);
+    resources::setErrorStatus(message_ids::kUnexpectedResult, statusText, statusIcon);
     return hr;
   }
   if (!result::succeeded(m_lastResultCode)) {
     logging::debug(m_log, "invalid pin");
-    fail(message_ids::kInvalidPin, statusText, statusIcon);
+    resources::setErrorStatus(message_ids::kInvalidPin, statusText, statusIcon);
     return hr;
   }
   m_passwordObtained = false;
@@ -112,19 +101,19 @@ HRESULT TokenLogonSequence::serialize(const User& user, const CtxTokenEngine4CP*
   }
   if (!arrived) {
     logging::error(m_log, "unexpected async result during GetSerialization");
-    fail(message_ids::kUnexpectedResult, statusText, statusIcon);
+    resources::setErrorStatus(message_ids::kUnexpectedResult, statusText, statusIcon);
     return hr;
   }
   if (!m_passwordObtained) {
     logging::error(m_log, "failed to get password from token engine abstraction layer");
-    fail(message_ids::kNoPasswordFromToken, statusText, statusIcon);
+    resources::setErrorStatus(message_ids::kNoPasswordFromToken, statusText, statusIcon);
     return hr;
   }
   hr = m_tile->packLogon(response, serialization, statusText, statusIcon, user, m_password.get().c_str());
   m_password = SecretWString();
   if (FAILED(hr)) {
     logging::error(m_log, "failed to pack credentials");
-    fail(message_ids::kPackingFailed, statusText, statusIcon);
+    resources::setErrorStatus(message_ids::kPackingFailed, statusText, statusIcon);
   }
   return hr;
 }
@@ -195,7 +184,7 @@ void TokenLogonSequence::reportResult(const User* user, const CtxTokenEngine4CP*
   }
   if (status == kPasswordExpired || subStatus == kPasswordExpired || status == kPasswordMustChange) {
     if (!isWindows10OrGreater() && m_tile->getUsageScenario() == CPUS_UNLOCK_WORKSTATION) {
-      fail(message_ids::kChangePasswordBeforeUnlock, statusText, statusIcon);
+      resources::setErrorStatus(message_ids::kChangePasswordBeforeUnlock, statusText, statusIcon);
       return;
     }
     logging::info(m_log, "password expired or must change");

@@ -58,7 +58,6 @@ class TokenLogonSequence {
   // Starts one operation whose completion the provider routes back to this tile as `routine`, and
   // waits for its result; false when none arrived (no engine, no context, cancelled).
   bool run(TokenEngineCompletion routine, const CtxTokenEngine4CP* own, const Issue& issue);
-  void fail(UINT messageId, PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) const;
   void reportLogonToService(const User& user, const CtxTokenEngine4CP* own);
 
   CCredentialStub* const m_tile;

@@ -1,7 +1,5 @@
 // The tile's answer to LogonUI's GetSerialization, and the four ways a state packs an account and
 // its password (or a password change) for Windows.
-#include <shlwapi.h>
-
 #include <cwctype>
 #include <new>
 
@@ -83,12 +81,27 @@ class PackedBuffer {
   DWORD m_size = 0;
 };
 
-void finish(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
-            CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, ULONG package, PackedBuffer& packed) {
-  packed.handTo(*serialization);
+// True (after writing the failure with `format`) when `hr` failed.
+bool failed(logging::Category& log, HRESULT hr, const char* format) {
+  if (SUCCEEDED(hr)) return false;
+  if (format) logging::error(log, format, static_cast<unsigned>(hr));
+  return true;
+}
+
+// The last step of every packing: the Negotiate package, this provider, "finished", and the buffer
+// (unless `withBuffer` is false) handed to LogonUI.
+HRESULT finishWithNegotiate(logging::Category& log, const char* failure,
+                            CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+                            CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PackedBuffer& packed,
+                            bool withBuffer = true) {
+  ULONG package = 0;
+  const HRESULT hr = LookupNegotiatePackage(&package);
+  if (failed(log, hr, failure)) return hr;
+  if (withBuffer) packed.handTo(*serialization);
   serialization->ulAuthenticationPackage = package;
   serialization->clsidCredentialProvider = kProviderClsid;
   *response = CPGSR_RETURN_CREDENTIAL_FINISHED;
+  return S_OK;
 }
 
 }  // namespace
@@ -147,41 +160,25 @@ HRESULT CCredentialStub::GetSerialization_LogonLocal(CREDENTIAL_PROVIDER_GET_SER
     for (const std::wstring& entry : settings::domainBlackListLogon()) {
       if (!sameDomain(entry, user.domain())) continue;
       logging::info(m_log, "domain of user is black listed");
-      if (statusIcon) *statusIcon = CPSI_ERROR;
-      if (statusText) ::SHStrDupW(resources::loadString(message_ids::kDomainBlackListed).c_str(), statusText);
+      resources::setErrorStatus(message_ids::kDomainBlackListed, statusText, statusIcon);
       return S_OK;
     }
   }
   SecretWString account{user.accountName()};
   SecretWString protectedPassword;
   HRESULT hr = ProtectPasswordIfNeeded(password, m_scenario, protectedPassword);
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to protect password (0x%08x)", static_cast<unsigned>(hr));
-    return hr;
-  }
+  if (failed(m_log, hr, "failed to protect password (0x%08x)")) return hr;
   logging::debug(m_log, "LogonLocal for user #%S# in domain #%S#", account.get().c_str(), user.domain().c_str());
   KERB_INTERACTIVE_UNLOCK_LOGON logon{};
   hr = KerbInteractiveUnlockLogonInit(user.domain().c_str(), account.get().c_str(), protectedPassword.get().c_str(),
                                       m_scenario, &logon);
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to call KerbInteractiveUnlockLogonInit (0x%08x)", static_cast<unsigned>(hr));
-    return hr;
-  }
+  if (failed(m_log, hr, "failed to call KerbInteractiveUnlockLogonInit (0x%08x)")) return hr;
   PackedBuffer packed;
   hr = KerbInteractiveUnlockLogonPack(logon, packed.put(), &packed.size());
   SecureZeroMemory(&logon, sizeof logon);
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to call KerbInteractiveUnlockLogonPack (0x%08x)", static_cast<unsigned>(hr));
-    return hr;
-  }
-  ULONG package = 0;
-  hr = LookupNegotiatePackage(&package);
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to call RetrieveNegotiateAuthPackage (0x%08x)", static_cast<unsigned>(hr));
-    return hr;
-  }
-  finish(response, serialization, package, packed);
-  return S_OK;
+  if (failed(m_log, hr, "failed to call KerbInteractiveUnlockLogonPack (0x%08x)")) return hr;
+  return finishWithNegotiate(m_log, "failed to call RetrieveNegotiateAuthPackage (0x%08x)", response, serialization,
+                             packed);
 }
 
 HRESULT CCredentialStub::GetSerialization_CredUiLocal(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
@@ -214,17 +211,8 @@ HRESULT CCredentialStub::GetSerialization_CredUiLocal(CREDENTIAL_PROVIDER_GET_SE
   if (!os().credPackAuthenticationBufferW(flags, name.get().data(), plain.get().data(), packed.get(), &packed.size())) {
     return HRESULT_FROM_WIN32(::GetLastError());
   }
-  ULONG package = 0;
-  hr = LookupNegotiatePackage(&package);
-  if (FAILED(hr)) return hr;
-  if (m_scenario == CPUS_CREDUI) {
-    finish(response, serialization, package, packed);
-  } else {
-    serialization->ulAuthenticationPackage = package;
-    serialization->clsidCredentialProvider = kProviderClsid;
-    *response = CPGSR_RETURN_CREDENTIAL_FINISHED;
-  }
-  return S_OK;
+  // The buffer goes out only in CredUI, the one scenario the states choose this packing for.
+  return finishWithNegotiate(m_log, nullptr, response, serialization, packed, m_scenario == CPUS_CREDUI);
 }
 
 HRESULT CCredentialStub::GetSerialization_LogonOnline(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
@@ -263,14 +251,8 @@ HRESULT CCredentialStub::GetSerialization_LogonOnline(CREDENTIAL_PROVIDER_GET_SE
                    static_cast<int>(ERROR_INSUFFICIENT_BUFFER));
     return HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER);
   }
-  ULONG package = 0;
-  const HRESULT hr = LookupNegotiatePackage(&package);
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to retrieve negotiate auth package with error 0x%08x", static_cast<unsigned>(hr));
-    return hr;
-  }
-  finish(response, serialization, package, packed);
-  return S_OK;
+  return finishWithNegotiate(m_log, "failed to retrieve negotiate auth package with error 0x%08x", response,
+                             serialization, packed);
 }
 
 HRESULT CCredentialStub::GetSerialization_ChangePassword(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
@@ -282,38 +264,20 @@ HRESULT CCredentialStub::GetSerialization_ChangePassword(CREDENTIAL_PROVIDER_GET
   SecretWString protectedNew;
   SecretWString protectedOld;
   HRESULT hr = ProtectPasswordIfNeeded(newPassword, m_scenario, protectedNew);
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to protect new password (0x%08x)", static_cast<unsigned>(hr));
-    return hr;
-  }
+  if (failed(m_log, hr, "failed to protect new password (0x%08x)")) return hr;
   hr = ProtectPasswordIfNeeded(oldPassword, m_scenario, protectedOld);
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to protect old password (0x%08x)", static_cast<unsigned>(hr));
-    return hr;
-  }
+  if (failed(m_log, hr, "failed to protect old password (0x%08x)")) return hr;
   logging::debug(m_log, "ChangePassword for user #%S# in domain #%S#", account.get().c_str(), user.domain().c_str());
   KERB_CHANGEPASSWORD_REQUEST request{};
   hr = KerbChangePasswordInit(user.domain().c_str(), account.get().c_str(), protectedOld.get().c_str(),
                               protectedNew.get().c_str(), &request);
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to call KerbChangePasswordInit (0x%08x)", static_cast<unsigned>(hr));
-    return hr;
-  }
+  if (failed(m_log, hr, "failed to call KerbChangePasswordInit (0x%08x)")) return hr;
   PackedBuffer packed;
   hr = KerbChangePasswordPack(request, packed.put(), &packed.size());
   SecureZeroMemory(&request, sizeof request);
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to call KerbChangePasswordPack (0x%08x)", static_cast<unsigned>(hr));
-    return hr;
-  }
-  ULONG package = 0;
-  hr = LookupNegotiatePackage(&package);
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to call RetrieveNegotiateAuthPackage (0x%08x)", static_cast<unsigned>(hr));
-    return hr;
-  }
-  finish(response, serialization, package, packed);
-  return S_OK;
+  if (failed(m_log, hr, "failed to call KerbChangePasswordPack (0x%08x)")) return hr;
+  return finishWithNegotiate(m_log, "failed to call RetrieveNegotiateAuthPackage (0x%08x)", response, serialization,
+                             packed);
 }
 
 void CCredentialStub::RequestReenumeration() {

@@ -1,5 +1,7 @@
 #include "platform/ModuleResources.h"
 
+#include <shlwapi.h>
+
 namespace lm2::resources {
 
 HMODULE providerModule() noexcept { return ::GetModuleHandleW(kModuleFileName); }
@@ -14,6 +16,14 @@ std::wstring loadString(UINT id) noexcept {
   } catch (...) {
     return {};
   }
+}
+
+void setErrorStatus(UINT id, PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) noexcept {
+  if (statusIcon) *statusIcon = CPSI_ERROR;
+  if (statusText == nullptr) return;
+  if (*statusText) ::CoTaskMemFree(*statusText);
+  *statusText = nullptr;
+  ::SHStrDupW(loadString(id).c_str(), statusText);
 }
 
 HBITMAP loadBitmap(UINT id) noexcept {
