@@ -7,42 +7,16 @@
 #include "EngineControl.h"
 #include "HostOutput.h"
 #include "ProviderUser.h"
+#include "ScriptWords.h"
 #include "TilePicture.h"
 #include "platform/UniqueResource.h"
 
 namespace lm2::host {
 namespace {
 
+using namespace script_words;
 using std::chrono::milliseconds;
 
-std::wstring quoted(const std::wstring& text) { return L"\"" + text + L"\""; }
-
-bool toNumber(const std::wstring& text, unsigned long& number) {
-  if (text.empty()) return false;
-  wchar_t* end = nullptr;
-  number = std::wcstoul(text.c_str(), &end, 0);
-  return end && *end == L'\0';
-}
-
-bool needNumber(const std::vector<std::wstring>& words, std::size_t at, const wchar_t* what, unsigned long& number,
-                std::wstring& error) {
-  if (at >= words.size() || !toNumber(words[at], number)) {
-    error = words[0] + L": " + what + L" expected" + (at < words.size() ? L", not " + quoted(words[at]) : L"");
-    return false;
-  }
-  return true;
-}
-
-bool needWord(const std::vector<std::wstring>& words, std::size_t at, const wchar_t* what, std::wstring& error) {
-  if (at < words.size()) return true;
-  error = words[0] + L": " + what + L" expected";
-  return false;
-}
-
-struct Named {
-  const wchar_t* name;
-  unsigned long value;
-};
 constexpr Named kScenarios[] = {{L"logon", CPUS_LOGON},
                                 {L"unlock", CPUS_UNLOCK_WORKSTATION},
                                 {L"change-password", CPUS_CHANGE_PASSWORD},
@@ -56,30 +30,6 @@ constexpr Named kCredUiFlags[] = {{L"generic", CREDUIWIN_GENERIC},
                                   {L"enumerate-current-user", CREDUIWIN_ENUMERATE_CURRENT_USER},
                                   {L"secure-prompt", CREDUIWIN_SECURE_PROMPT},
                                   {L"pack32wow", CREDUIWIN_PACK_32_WOW}};
-constexpr Named kStates[] = {{L"hidden", CPFS_HIDDEN},
-                             {L"selected", CPFS_DISPLAY_IN_SELECTED_TILE},
-                             {L"deselected", CPFS_DISPLAY_IN_DESELECTED_TILE},
-                             {L"both", CPFS_DISPLAY_IN_BOTH}};
-
-template <std::size_t N>
-bool byName(const Named (&table)[N], const std::wstring& name, unsigned long& value) {
-  for (const Named& entry : table) {
-    if (name == entry.name) {
-      value = entry.value;
-      return true;
-    }
-  }
-  return toNumber(name, value);
-}
-
-template <std::size_t N>
-std::wstring nameOf(const Named (&table)[N], unsigned long value) {
-  for (const Named& entry : table) {
-    if (entry.value == value) return entry.name;
-  }
-  return std::to_wstring(value);
-}
-
 vte::EngineControl engineControl(LogonScreen& screen) {
   vte::EngineControl control;
   // The provider loads the engine when it is advised; give it the time a slow start takes.
@@ -206,17 +156,6 @@ bool ScriptRunner::reinstallServiceDouble(const std::wstring& options, std::wstr
     }
   }
   return true;
-}
-
-bool ScriptRunner::fileContains(const std::wstring& path, const std::wstring& text) const {
-  UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                  OPEN_EXISTING, 0, nullptr));
-  if (!file) return false;
-  std::string content;
-  char chunk[4096];
-  DWORD read = 0;
-  while (::ReadFile(file.get(), chunk, sizeof chunk, &read, nullptr) && read > 0) content.append(chunk, read);
-  return content.find(toUtf8(text)) != std::string::npos;
 }
 
 bool ScriptRunner::startScreen(std::wstring& error) {
@@ -477,120 +416,6 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
   }
   if (command == L"expect") return expect(words, error);
   error = L"unknown command " + quoted(command);
-  return false;
-}
-
-bool ScriptRunner::expect(std::vector<std::wstring> words, std::wstring& error) {
-  if (!needWord(words, 1, L"what to expect", error)) return false;
-  const auto mismatch = [&](const std::wstring& what, const std::wstring& expected, const std::wstring& actual) {
-    error = what + L": expected " + quoted(expected) + L", actual " + quoted(actual);
-    return false;
-  };
-  const std::vector<ScreenTile> screen = m_screen.screen();
-  if (words[1] == L"tiles") {
-    unsigned long count = 0;
-    if (!needNumber(words, 2, L"a count", count, error)) return false;
-    return screen.size() == count || mismatch(L"number of tiles", words[2], std::to_wstring(screen.size()));
-  }
-  if (words[1] == L"providers" || words[1] == L"hidden") {
-    std::wstring shown;
-    std::wstring hidden;
-    for (const auto& provider : m_screen.providers()) {
-      std::wstring& list = provider->session ? shown : hidden;
-      list += (list.empty() ? L"" : L", ") + provider->entry.name;
-    }
-    if (!needWord(words, 2, L"a list of provider names", error)) return false;
-    return (words[1] == L"providers" ? shown : hidden) == words[2] ||
-           mismatch(words[1] == L"providers" ? L"providers shown" : L"providers hidden", words[2],
-                    words[1] == L"providers" ? shown : hidden);
-  }
-  if (words[1] == L"serialization") {
-    if (!needWord(words, 3, L"a key and a value", error)) return false;
-    return valueOf(m_screen.lastSerialization(), words[2]) == words[3] ||
-           mismatch(L"serialization " + words[2], words[3], valueOf(m_screen.lastSerialization(), words[2]));
-  }
-  if (words[1] == L"report") {
-    if (!needWord(words, 2, L"a status text", error)) return false;
-    return m_screen.lastReportText() == words[2] || mismatch(L"status text of ReportResult", words[2],
-                                                              m_screen.lastReportText());
-  }
-  if (words[1] == L"boxes") {
-    unsigned long count = 0;
-    if (!needNumber(words, 2, L"a count", count, error)) return false;
-    const std::size_t shown = m_screen.boxes().boxes().size();
-    return shown == count || mismatch(L"number of message boxes", words[2], std::to_wstring(shown));
-  }
-  if (words[1] == L"file") {
-    if (!needWord(words, 4, L"a file, \"containing\" and a text", error) || words[3] != L"containing") {
-      error = L"expect file: FILE containing TEXT expected";
-      return false;
-    }
-    return fileContains(resolve(words[2]), words[4]) ||
-           mismatch(L"file " + words[2], L"a file containing " + words[4], L"no such text in it");
-  }
-  if (words[1] == L"box") {
-    if (!needWord(words, 2, L"a message box text", error)) return false;
-    const auto& boxes = m_screen.boxes().boxes();
-    const std::wstring actual = boxes.empty() ? L"(no message box)" : boxes.back().text;
-    return actual == words[2] || mismatch(L"last message box", words[2], actual);
-  }
-
-  // Expectations about one tile: the current one, or "tile N".
-  int tileNumber = m_screen.currentTile();
-  if (words[1] == L"tile") {
-    unsigned long number = 0;
-    if (!needNumber(words, 2, L"a tile number", number, error)) return false;
-    tileNumber = static_cast<int>(number);
-    words.erase(words.begin() + 1, words.begin() + 3);
-    if (!needWord(words, 1, L"what to expect of the tile", error)) return false;
-  }
-  if (tileNumber < 1 || static_cast<std::size_t>(tileNumber) > screen.size()) {
-    error = L"there is no tile " + std::to_wstring(tileNumber) + L" (the screen has " + std::to_wstring(screen.size()) +
-            L")";
-    return false;
-  }
-  const ScreenTile& tile = screen[static_cast<std::size_t>(tileNumber - 1)];
-  const std::wstring where = L"tile " + std::to_wstring(tileNumber);
-  const std::wstring& what = words[1];
-  if (what == L"focus") {
-    if (!needWord(words, 2, L"a field id or none", error)) return false;
-    const DWORD focus = tile.view.focus();
-    const std::wstring actual = focus == static_cast<DWORD>(-1) ? L"none" : std::to_wstring(focus);
-    return actual == words[2] || mismatch(where + L" focus", words[2], actual);
-  }
-  if (what == L"checkbox") {
-    if (!needWord(words, 2, L"on or off", error)) return false;
-    const std::wstring actual = tile.view.checked ? L"on" : L"off";
-    return actual == words[2] || mismatch(where + L" check box", words[2], actual);
-  }
-  unsigned long field = 0;
-  if (!needNumber(words, 2, L"a field id", field, error)) return false;
-  if (field >= tile.fields.size()) {
-    error = where + L" has no field " + std::to_wstring(field);
-    return false;
-  }
-  const std::wstring label = tile.fields[field].label;
-  const std::wstring fieldName =
-      where + L" field " + std::to_wstring(field) + (label.empty() ? L"" : L" (" + label + L")");
-  if (!needWord(words, 3, L"the expected value", error)) return false;
-  if (what == L"text") {
-    std::wstring actual = tile.view.textOf(field);
-    if (tile.fields[field].type == CPFT_COMBOBOX) {
-      actual = tile.view.comboSelected < tile.view.comboItems.size() ? tile.view.comboItems[tile.view.comboSelected]
-                                                                     : L"";
-    }
-    return actual == words[3] || mismatch(fieldName + L" text", words[3], actual);
-  }
-  if (what == L"state") {
-    unsigned long state = 0;
-    if (!byName(kStates, words[3], state)) {
-      error = L"expect state: hidden, selected, deselected or both expected";
-      return false;
-    }
-    return tile.view.state[field] == static_cast<CREDENTIAL_PROVIDER_FIELD_STATE>(state) ||
-           mismatch(fieldName + L" state", words[3], nameOf(kStates, tile.view.state[field]));
-  }
-  error = L"expect: unknown expectation " + quoted(what);
   return false;
 }
 
