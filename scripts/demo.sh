@@ -7,25 +7,14 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-bash scripts/install-deps.sh
-cmake --preset windows >/dev/null
-cmake --build --preset windows --target logon-host LM2CredentialProviderEndToEnd engine_install \
-  virtual_token_engine_variants session_service_double
-
-bin=build/windows/bin
-prefix=build/windows/wine/prefix
+source scripts/host-prefix.sh
+prepare_host_prefix logon-host
 out=build/demo
 mkdir -p "$out"
-run=(scripts/wine-prefix.sh run "$prefix")
-
-"${run[@]}" "$bin/engine_install.exe" "$bin/engine-variants/VestaAccessLibrary.signed.dll" \
-  "$bin/engine-variants/test-root.cer" 2>/dev/null
-"${run[@]}" "$bin/session_service_double.exe" --install 2>/dev/null
 status=0
 LM2_DEMO_OUT="Z:$(cd "$out" && pwd | tr / '\\')" \
-  "${run[@]}" "$bin/logon-host.exe" --script tools/logon-host/demo/showcase.lm2 2>/dev/null || status=$?
-"${run[@]}" "$bin/session_service_double.exe" --remove 2>/dev/null || true
-scripts/wine-prefix.sh stop "$prefix"
+  run_in_host_prefix "$bin/logon-host.exe" --script tools/logon-host/demo/showcase.lm2 2>/dev/null || status=$?
+release_host_prefix
 
 echo
 echo "Pictures of the screens: $(ls "$out"/*.svg | tr '\n' ' ')"
