@@ -130,15 +130,16 @@ void TokenLogonSequence::update(const CtxTokenEngine4CP* context) {
       break;
     case Routine::TokenEngineGetPasswordCompletion: {
       logging::debug(m_log, "%s::Update:262 handle get pw result", m_owner);
-      const bool obtained = result::succeeded(code);
-      if (!obtained) {
+      const auto* text =
+          result::succeeded(code) ? context->getResultAs<AsyncResultWithData<std::wstring>>() : nullptr;
+      if (!result::succeeded(code)) {
         logging::error(m_log, "failed to get password");
-      } else if (const auto* text = context->getResultAs<AsyncResultWithData<std::wstring>>()) {
-        m_password = SecretWString(text->getData());
-      } else {
+      } else if (text == nullptr) {
         logging::error(m_log, "failed to cast async result");
+      } else {
+        m_password = SecretWString(text->getData());
       }
-      m_passwordObtained = obtained && context->getResultAs<AsyncResultWithData<std::wstring>>() != nullptr;
+      m_passwordObtained = text != nullptr;
       break;
     }
     case Routine::TokenEngineNotifyTokenAuthentificationCompletion:
@@ -171,9 +172,7 @@ void TokenLogonSequence::reportResult(const User* user, const CtxTokenEngine4CP*
   if (status == kLogonFailure && subStatus == 0) {
     logging::info(m_log, "invalid username or password");
     if (own == nullptr) return;
-    std::unique_ptr<CtxTokenEngine4CP> refused = own->copy();
-    refused->setResult(std::make_unique<AsyncResult>(kLogonFailureCode));
-    m_tile->EnqueueAsyncContext(*refused);
+    postVerdict(*own, kLogonFailureCode);
     return;
   }
   if (status == 0 && subStatus == 0) {
@@ -189,11 +188,14 @@ void TokenLogonSequence::reportResult(const User* user, const CtxTokenEngine4CP*
     }
     logging::info(m_log, "password expired or must change");
     if (own == nullptr) return;
-    CtxTokenEngine4CP mustChange(own->completion(), m_tile, own->getProvider(), own->getData(), typeid(void),
-                                 own->getRoutine());
-    mustChange.setResult(std::make_unique<AsyncResult>(kPasswordMustChangeCode));
-    m_tile->EnqueueAsyncContext(mustChange);
+    postVerdict(*own, kPasswordMustChangeCode);
   }
+}
+
+void TokenLogonSequence::postVerdict(const CtxTokenEngine4CP& own, ExtendedResult code) {
+  CtxTokenEngine4CP verdict(own.completion(), m_tile, own.getProvider(), own.getData(), typeid(void), own.getRoutine());
+  verdict.setResult(std::make_unique<AsyncResult>(code));
+  m_tile->EnqueueAsyncContext(verdict);
 }
 
 void TokenLogonSequence::reportLogonToService(const User& user, const CtxTokenEngine4CP* own) {

@@ -59,6 +59,9 @@ class TokenLogonSequence {
   // waits for its result; false when none arrived (no engine, no context, cancelled).
   bool run(TokenEngineCompletion routine, const CtxTokenEngine4CP* own, const Issue& issue);
   void reportLogonToService(const User& user, const CtxTokenEngine4CP* own);
+  // Windows' verdict on the logon as a result of this state's context, for the transition table
+  // (no explicit target: the table's rows for the code decide).
+  void postVerdict(const CtxTokenEngine4CP& own, ExtendedResult code);
 
   CCredentialStub* const m_tile;
   logging::Category& m_log;
