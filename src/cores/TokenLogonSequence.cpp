@@ -2,7 +2,6 @@
 
 #include "cores/MessageIds.h"
 #include "credential/CredentialStub.h"
-#include "logging/LogScope.h"
 #include "platform/ModuleResources.h"
 #include "platform/OsSeam.h"
 #include "platform/WindowsVersion.h"
@@ -11,7 +10,6 @@
 
 namespace lm2 {
 
-using logging::LogScope;
 using Routine = TokenEngineCompletion;
 
 namespace {
