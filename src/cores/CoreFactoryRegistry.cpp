@@ -1,7 +1,10 @@
 #include "cores/CoreFactoryRegistry.h"
 
+#include "cores/AddCredentialCore.h"
+#include "cores/InitializeTokenCore.h"
 #include "cores/KnownUserLogonCores.h"
 #include "cores/MessageCores.h"
+#include "cores/MultiUserTokenLogonCore.h"
 
 namespace lm2 {
 
@@ -18,10 +21,13 @@ CoreFactoryRegistry::CoreFactoryRegistry() {
   add<CCredentialCoreMessage>();
   add<CCredentialCoreTEInitializationFailed>();
   add<CCredentialCoreKnownUserLogon, CCredentialCoreKnownUserLogonDefaultImpl>();
+  add<CCredentialCoreMultiUserTokenLogon>();
   add<CCredentialCoreTokenNotInitialized>();
   add<CCredentialCoreTokenNotInitialized, CCredentialCoreTokenNotInitializedKalderaImpl>(L"Kaldera");
   add<CCredentialCoreEmptyToken>();
   add<CCredentialCoreEmptyToken, CCredentialCoreEmptyTokenKalderaImpl>(L"Kaldera");
+  add<CCredentialCoreInitializeToken>();
+  add<CCredentialCoreAddCredential>();
 }
 
 const CoreFactoryRegistry& CoreFactoryRegistry::instance() {

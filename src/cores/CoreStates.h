@@ -1,6 +1,5 @@
 #pragma once
-// The tile states whose cores arrive with the features that need them (several users,
-// storing a first credential, token initialisation, password changes). The
+// The tile states whose cores arrive with the features that need them (password changes). The
 // transition table already knows them by their class; until a state's cores are registered with
 // the factory registry, a transition into it ends in the message "The subsequent state can not be
 // resolved ...", exactly as for any state the registry cannot make. These classes are never
@@ -8,8 +7,11 @@
 
 #include <typeindex>
 
+#include "cores/AddCredentialCore.h"
 #include "cores/CredentialCoreBase.h"
+#include "cores/InitializeTokenCore.h"
 #include "cores/KnownUserLogonCores.h"
+#include "cores/MultiUserTokenLogonCore.h"
 
 namespace lm2 {
 
@@ -20,12 +22,9 @@ namespace lm2 {
     std::type_index GetTypeIndex() const override { return typeid(Name); }   \
   };
 
-LM2_PENDING_STATE(CCredentialCoreMultiUserTokenLogon, CCredentialCoreBase)
 LM2_PENDING_STATE(CCredentialCoreChangePasswordOnToken, CCredentialCoreBase)
 LM2_PENDING_STATE(CCredentialCoreChangePasswordWithToken, CCredentialCoreBase)
 LM2_PENDING_STATE(CCredentialCoreChangePasswordIsMandatory, CCredentialCoreBase)
-LM2_PENDING_STATE(CCredentialCoreInitializeToken, CCredentialCoreBase)
-LM2_PENDING_STATE(CCredentialCoreAddCredential, CCredentialCoreBase)
 
 #undef LM2_PENDING_STATE
 

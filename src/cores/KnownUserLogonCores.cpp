@@ -18,7 +18,13 @@ using logging::LogScope;
 
 namespace {
 
-constexpr char kClassName[] = "CCredentialCoreKnownUserLogonDefaultImpl";
+constexpr TokenLogonSequence::UpdateTexts kUpdateTexts{
+    "CCredentialCoreKnownUserLogonDefaultImpl::Update:256 handle check pin result",
+    "CCredentialCoreKnownUserLogonDefaultImpl::Update:298 handle ask pin result",
+    "CCredentialCoreKnownUserLogonDefaultImpl::Update:262 handle get pw result",
+    "CCredentialCoreKnownUserLogonDefaultImpl::Update:285 handle notify result",
+    nullptr,
+};
 
 bool hasSid(const User& user, PSID sid) {
   return sid != nullptr && user.isResolved() && user.sid() != nullptr && ::EqualSid(user.sid(), sid);
@@ -27,7 +33,7 @@ bool hasSid(const User& user, PSID sid) {
 }  // namespace
 
 CCredentialCoreKnownUserLogonDefaultImpl::CCredentialCoreKnownUserLogonDefaultImpl(CCredentialStub* tile)
-    : CCredentialCoreKnownUserLogon(tile), m_logon(tile, m_log, kClassName) {}
+    : CCredentialCoreKnownUserLogon(tile), m_logon(tile, m_log, kUpdateTexts) {}
 
 CCredentialCoreKnownUserLogonDefaultImpl::~CCredentialCoreKnownUserLogonDefaultImpl() { m_logon.cancel(); }
 

@@ -1,6 +1,7 @@
 #include "cores/MessageCores.h"
 
 #include "cores/CoreStates.h"
+#include "cores/ErrorCodeText.h"
 #include "cores/MessageIds.h"
 #include "credential/CredentialStub.h"
 #include "logging/LogScope.h"
@@ -17,14 +18,8 @@ CCredentialCoreMessage::CCredentialCoreMessage(CCredentialStub* tile, UINT messa
     : CCredentialCoreBase(tile), m_messageId(messageId) {}
 
 std::wstring CCredentialCoreMessage::text() const {
-  std::wstring text = resources::loadString(m_messageId);
-  if (m_errorCode != kNoErrorCode) {
-    static constexpr wchar_t kDigits[] = L"0123456789abcdef";
-    text += L" (0x";
-    for (int shift = 60; shift >= 0; shift -= 4) text += kDigits[(m_errorCode >> shift) & 0xF];
-    text += L')';
-  }
-  return text;
+  const std::wstring text = resources::loadString(m_messageId);
+  return m_errorCode != kNoErrorCode ? withErrorCode(text, m_errorCode) : text;
 }
 
 HRESULT CCredentialCoreMessage::Load() {
@@ -182,9 +177,12 @@ HRESULT CCredentialCoreMessageWithLink::CommandLinkClicked(DWORD) {
     reportLinkRefused();
     return S_OK;
   }
-  // The table takes the "target named" row and makes the state the link offers.
+  // The table takes the "target named" row and makes the state the link offers. That state starts
+  // token engine operations of its own: it gets the way back to this tile (the provider's delivery)
+  // and the token from the context that brought this state.
   const CtxTokenEngine4CP* own = tokenEngineContext();
-  CtxTokenEngine4CP request(nullptr, m_tile, own ? own->getProvider() : nullptr, nullptr, m_linkTarget);
+  CtxTokenEngine4CP request(own ? own->completion() : nullptr, m_tile, own ? own->getProvider() : nullptr,
+                            own ? own->getData() : nullptr, m_linkTarget);
   m_tile->EnqueueAsyncContext(request);
   return S_OK;
 }

@@ -29,8 +29,8 @@ ExtendedResult codeOf(const CtxTokenEngine4CP& context) {
 
 }  // namespace
 
-TokenLogonSequence::TokenLogonSequence(CCredentialStub* tile, logging::Category& log, const char* owner)
-    : m_tile(tile), m_log(log), m_owner(owner), m_waitEvent(::CreateEventW(nullptr, FALSE, FALSE, nullptr)) {}
+TokenLogonSequence::TokenLogonSequence(CCredentialStub* tile, logging::Category& log, const UpdateTexts& texts)
+    : m_tile(tile), m_log(log), m_texts(texts), m_waitEvent(::CreateEventW(nullptr, FALSE, FALSE, nullptr)) {}
 
 TokenLogonSequence::~TokenLogonSequence() = default;
 
@@ -121,39 +121,48 @@ void TokenLogonSequence::update(const CtxTokenEngine4CP* context) {
   m_resultReceived = false;
   const Routine routine = context->getRoutine();
   const ExtendedResult code = codeOf(*context);
+  // A result of an operation this state never starts has no text: it is not one it waits for.
+  const char* text = nullptr;
+  switch (routine) {
+    case Routine::TokenEngineCheckPINCompletion: text = m_texts.checkPin; break;
+    case Routine::TokenEngineGetPasswordCompletion: text = m_texts.getPassword; break;
+    case Routine::TokenEngineNotifyTokenAuthentificationCompletion: text = m_texts.notify; break;
+    case Routine::TokenEngineAskPINCompletion: text = m_texts.askPin; break;
+    case Routine::TokenEngineCreateCredentialCompletion: text = m_texts.createCredential; break;
+    default: break;
+  }
+  if (text == nullptr) {
+    logging::warn(m_log, "not expected update call detected");
+    return;
+  }
+  logging::debug(m_log, "%s", text);
   switch (routine) {
     case Routine::TokenEngineCheckPINCompletion:
-      logging::debug(m_log, "%s::Update:256 handle check pin result", m_owner);
+    case Routine::TokenEngineAskPINCompletion:
       m_lastResultCode = code;
       break;
     case Routine::TokenEngineGetPasswordCompletion: {
-      logging::debug(m_log, "%s::Update:262 handle get pw result", m_owner);
-      const auto* text =
+      const auto* password =
           result::succeeded(code) ? context->getResultAs<AsyncResultWithData<std::wstring>>() : nullptr;
       if (!result::succeeded(code)) {
         logging::error(m_log, "failed to get password");
-      } else if (text == nullptr) {
+      } else if (password == nullptr) {
         logging::error(m_log, "failed to cast async result");
       } else {
-        m_password = SecretWString(text->getData());
+        m_password = SecretWString(password->getData());
       }
-      m_passwordObtained = text != nullptr;
+      m_passwordObtained = password != nullptr;
       break;
     }
     case Routine::TokenEngineNotifyTokenAuthentificationCompletion:
-      logging::debug(m_log, "%s::Update:285 handle notify result", m_owner);
       m_notificationSucceeded = result::succeeded(code);
       if (!m_notificationSucceeded) {
         logging::error(m_log, "failed to get notify service (0x%016llx)", static_cast<unsigned long long>(code));
       }
       break;
-    case Routine::TokenEngineAskPINCompletion:
-      logging::debug(m_log, "%s::Update:298 handle ask pin result", m_owner);
-      m_lastResultCode = code;
-      break;
     default:
-      logging::warn(m_log, "not expected update call detected");
-      return;
+      m_credentialCreated = result::succeeded(code);
+      break;
   }
   m_resultReceived = true;
   logging::debug(m_log, "call SetEvent for wait handle");

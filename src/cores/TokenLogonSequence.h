@@ -32,8 +32,17 @@ class TokenEngineAbstractionLayer;
 
 class TokenLogonSequence {
  public:
-  // `owner` names the state in the trace ("CCredentialCoreKnownUserLogonDefaultImpl").
-  TokenLogonSequence(CCredentialStub* tile, logging::Category& log, const char* owner);
+  // What Update writes to the trace for each result, in the words of the state that owns the
+  // sequence ("CCredentialCoreKnownUserLogonDefaultImpl::Update:256 handle check pin result").
+  struct UpdateTexts {
+    const char* checkPin;
+    const char* askPin;
+    const char* getPassword;
+    const char* notify;
+    const char* createCredential;
+  };
+
+  TokenLogonSequence(CCredentialStub* tile, logging::Category& log, const UpdateTexts& texts);
   ~TokenLogonSequence();
   TokenLogonSequence(const TokenLogonSequence&) = delete;
   TokenLogonSequence& operator=(const TokenLogonSequence&) = delete;
@@ -53,19 +62,25 @@ class TokenLogonSequence {
   void cancel() noexcept;
   bool cancelled() const noexcept { return m_cancelled.load(); }
 
- private:
+  // The steps, for states that combine them differently (storing a first credential).
   using Issue = std::function<void(TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context)>;
   // Starts one operation whose completion the provider routes back to this tile as `routine`, and
   // waits for its result; false when none arrived (no engine, no context, cancelled).
   bool run(TokenEngineCompletion routine, const CtxTokenEngine4CP* own, const Issue& issue);
+  // The code of the last PIN check or PIN pad entry, and whether the last credential was stored.
+  ExtendedResult lastResultCode() const noexcept { return m_lastResultCode.load(); }
+  bool credentialCreated() const noexcept { return m_credentialCreated.load(); }
+  // Reports the token logon of `user`, offering Retry/Cancel while the service cannot be reached.
   void reportLogonToService(const User& user, const CtxTokenEngine4CP* own);
   // Windows' verdict on the logon as a result of this state's context, for the transition table
   // (no explicit target: the table's rows for the code decide).
   void postVerdict(const CtxTokenEngine4CP& own, ExtendedResult code);
 
+ private:
+
   CCredentialStub* const m_tile;
   logging::Category& m_log;
-  const char* const m_owner;
+  const UpdateTexts m_texts;
   UniqueHandle m_waitEvent;
   SecretWString m_password;
   std::atomic<bool> m_passwordObtained{false};
@@ -73,6 +88,7 @@ class TokenLogonSequence {
   std::atomic<bool> m_resultReceived{false};
   std::atomic<bool> m_cancelled{false};
   std::atomic<bool> m_notificationSucceeded{false};
+  std::atomic<bool> m_credentialCreated{false};
 };
 
 }  // namespace lm2

@@ -100,6 +100,7 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   std::optional<User> GetSelectedTEUser() const;
   void SetSelectedTEUser(const User* user);
   void SetTokenCapability(const TokenCapability* capability);
+  std::optional<TokenCapability> GetTokenCapability() const;
   bool IsNullPINUsed() const;
   bool IsAskPINPossible() const;
   bool IsTokenInitializationPossible() const;

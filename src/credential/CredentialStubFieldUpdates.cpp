@@ -223,6 +223,11 @@ void CCredentialStub::SetTokenCapability(const TokenCapability* capability) {
   CPCE2EndFieldUpdates();
 }
 
+std::optional<TokenCapability> CCredentialStub::GetTokenCapability() const {
+  std::lock_guard<std::mutex> guard(m_capabilityLock);
+  return m_tokenCapability;
+}
+
 bool CCredentialStub::IsNullPINUsed() const {
   std::lock_guard<std::mutex> guard(m_capabilityLock);
   return m_tokenCapability && m_tokenCapability->isNullPinUsed();

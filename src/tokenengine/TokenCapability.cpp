@@ -40,4 +40,12 @@ TokenCapability::TokenCapability(const items::CItemVector& capabilities) {
   if (m_pinPad && !settings::enableAlternativeAuthenticationPath()) m_pinPad = false;
 }
 
+TokenCapability TokenCapability::initialized(const std::wstring& label, bool withoutPin) const {
+  TokenCapability after(*this);
+  after.m_initialized = true;
+  after.m_nullPinUsed = withoutPin;
+  after.m_label = label;
+  return after;
+}
+
 }  // namespace lm2

@@ -23,6 +23,10 @@ class TokenCapability {
   bool isNullPinPossible() const noexcept { return m_nullPinPossible; }
   const std::wstring& label() const noexcept { return m_label; }
 
+  // What the token reports once it has been initialised with `label`, with or without a PIN: a
+  // tile that initialised its token goes on without asking the engine again.
+  TokenCapability initialized(const std::wstring& label, bool withoutPin) const;
+
  private:
   // In this order, "tcii" first.
   bool m_initialized = false;

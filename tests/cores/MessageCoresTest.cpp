@@ -91,11 +91,13 @@ TEST_F(MessageCoresTest, TheLinkIsOfferedOnlyForLogonAndUnlockWhereAllowed) {
 TEST_F(MessageCoresTest, ClickingTheLinkMovesTheTileToTheOfferedState) {
   test::enableTrace();
   test::DebugOutputCapture trace;
-  for (bool emptyToken : {false, true}) {
-    auto tile = tileIn(emptyToken, CPUS_LOGON);
-    ASSERT_EQ((*tile)->CommandLinkClicked(kLink), S_OK);
-    EXPECT_TRUE(tile->waitForMessage(message(119)));  // the offered states' cores come later
-  }
+  auto uninitialised = tileIn(false, CPUS_LOGON);
+  ASSERT_EQ((*uninitialised)->CommandLinkClicked(kLink), S_OK);
+  EXPECT_TRUE(uninitialised->waitForMessage(message(152)));  // label and PIN for the new token
+  auto empty = tileIn(true, CPUS_LOGON);
+  ASSERT_EQ((*empty)->CommandLinkClicked(kLink), S_OK);
+  const auto asksForAccount = [](const host::TileView& view) { return view.textOf(2) == message(162); };
+  EXPECT_TRUE(empty->sink().waitFor(empty->get(), asksForAccount, std::chrono::seconds(10)));
   EXPECT_TRUE(trace.contains("to 'lm2::CCredentialCoreInitializeToken'"));
   EXPECT_TRUE(trace.contains("to 'lm2::CCredentialCoreAddCredential'"));
 

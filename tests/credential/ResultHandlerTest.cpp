@@ -9,6 +9,7 @@
 #include "DebugOutputCapture.h"
 #include "TestRegistry.h"
 #include "TileHarness.h"
+#include "cores/CoreStates.h"
 #include "settings/ProviderSettings.h"
 #include "tokenengine/LayerResultCodes.h"
 
@@ -105,12 +106,14 @@ TEST_F(ResultHandlerTest, AStateWithoutCoreShowsMessage119) {
   test::DebugOutputCapture trace;
   Tile tile(provider);
   bindToken(tile);
-  tile.deliver(Completion::TokenEngineListUsersOnTokenCompletion,
-               test::userList({L".\\" + test::currentUserName(), L"nobody-else"}));  // row 13, its core comes later
+  tile.deliver(Completion::TokenEngineListUsersOnTokenCompletion, test::userList({}, layer_codes::kFindFailed));
+  ASSERT_TRUE(tile.waitForMessage(message(123) + L" (0xe0000000e0100004)"));  // row 9
+  // Row 67 takes the named target, a state whose cores come later.
+  tile.deliver(Completion::None, test::plainResult(test::kSuccess), typeid(CCredentialCoreChangePasswordOnToken));
   ASSERT_TRUE(tile.waitForMessage(message(119)));
-  EXPECT_TRUE(trace.contains("state transition results in core change from 'lm2::CCredentialCoreLoadTokenMessage' "
-                             "to 'lm2::CCredentialCoreMultiUserTokenLogon'"));
-  EXPECT_TRUE(trace.contains("can not resolve type 'lm2::CCredentialCoreMultiUserTokenLogon'"));
+  EXPECT_TRUE(trace.contains("state transition results in core change from 'lm2::CCredentialCoreMessage' "
+                             "to 'lm2::CCredentialCoreChangePasswordOnToken'"));
+  EXPECT_TRUE(trace.contains("can not resolve type 'lm2::CCredentialCoreChangePasswordOnToken'"));
 }
 
 TEST_F(ResultHandlerTest, ACoreSetWithoutTheStateFallsBackToTheDefaultCore) {

@@ -3,6 +3,7 @@
 #include "HostOutput.h"
 #include "ScriptRunner.h"
 #include "ScriptWords.h"
+#include "EngineControl.h"
 #include "platform/UniqueResource.h"
 
 namespace lm2::host {
@@ -57,6 +58,38 @@ bool ScriptRunner::expect(std::vector<std::wstring> words, std::wstring& error) 
     return fileContains(resolve(words[2]), words[4]) ||
            mismatch(L"file " + words[2], L"a file containing " + words[4], L"no such text in it");
   }
+  if (words[1] == L"token") {
+    // What the virtual engine now holds on a token: the credentials the provider stored there.
+    if (!needWord(words, 3, L"a token id and credentials or credential", error)) return false;
+    const vte::EngineControl control = vte::EngineControl::ofLoadedEngine();
+    if (!control.available()) {
+      error = L"expect token: no virtual token engine is loaded";
+      return false;
+    }
+    const auto stored = control.credentialsOn(toUtf8(words[2]));
+    if (words[3] == L"credentials") {
+      unsigned long count = 0;
+      if (!needNumber(words, 4, L"a count", count, error)) return false;
+      return stored.size() == count ||
+             mismatch(L"credentials on token " + words[2], words[4], std::to_wstring(stored.size()));
+    }
+    if (words[3] == L"credential") {
+      if (!needWord(words, 5, L"an account and its password", error)) return false;
+      std::wstring accounts;
+      for (const auto& credential : stored) {
+        if (fromUtf8(credential.account) == words[4] && fromUtf8(credential.password) == words[5] &&
+            credential.label == "1.3.6.1.4.1.7719.9117.1.1234.8.11") {
+          return true;
+        }
+        // Never the password: the host's output is kept with the test results.
+        accounts += (accounts.empty() ? L"" : L", ") + fromUtf8(credential.account);
+      }
+      return mismatch(L"credential on token " + words[2], words[4] + L" with its password",
+                      accounts.empty() ? L"none" : accounts + L" (or another password)");
+    }
+    error = L"expect token: credentials N or credential ACCOUNT PASSWORD expected";
+    return false;
+  }
   if (words[1] == L"box") {
     if (!needWord(words, 2, L"a message box text", error)) return false;
     const auto& boxes = m_screen.boxes().boxes();
@@ -109,6 +142,11 @@ bool ScriptRunner::expect(std::vector<std::wstring> words, std::wstring& error) 
           tile.view.comboSelected < tile.view.comboItems.size() ? tile.view.comboItems[tile.view.comboSelected] : L"";
     }
     return actual == words[3] || mismatch(fieldName + L" text", words[3], actual);
+  }
+  if (what == L"items") {
+    std::wstring actual;
+    for (const std::wstring& item : tile.view.comboItems) actual += (actual.empty() ? L"" : L" | ") + item;
+    return actual == words[3] || mismatch(fieldName + L" items", words[3], actual);
   }
   if (what == L"state") {
     unsigned long state = 0;

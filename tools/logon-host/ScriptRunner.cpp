@@ -22,6 +22,11 @@ constexpr Named kScenarios[] = {{L"logon", CPUS_LOGON},
                                 {L"change-password", CPUS_CHANGE_PASSWORD},
                                 {L"credui", CPUS_CREDUI},
                                 {L"plap", CPUS_PLAP}};
+// The facade's task functions, as the virtual engine numbers them.
+constexpr Named kTaskFunctions[] = {{L"getTokenList", 1},   {L"getTokenCapabilities", 2}, {L"checkPin", 3},
+                                    {L"askPin", 4},         {L"findObjects", 5},          {L"getObjectInfo", 6},
+                                    {L"readObject", 7},     {L"writeObject", 8},          {L"createObject", 9},
+                                    {L"deleteObject", 10},  {L"initializeToken", 11},     {L"changePin", 12}};
 constexpr Named kCredUiFlags[] = {{L"generic", CREDUIWIN_GENERIC},
                                   {L"checkbox", CREDUIWIN_CHECKBOX},
                                   {L"authpackage-only", CREDUIWIN_AUTHPACKAGE_ONLY},
@@ -333,7 +338,8 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
   }
 
   if (!m_screen.started() && command != L"wait") {
-    if (command == L"insert" || command == L"remove" || command == L"engine-delay" || command == L"select" ||
+    if (command == L"insert" || command == L"remove" || command == L"engine-delay" || command == L"engine-fail" ||
+        command == L"select" ||
         command == L"type" || command == L"check" || command == L"choose" || command == L"click" ||
         command == L"submit" || command == L"report" || command == L"expect") {
       error = command + L": the screen is not started (use 'start')";
@@ -341,7 +347,7 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
     }
   }
   if (command == L"service") return reinstallServiceDouble(rest, error);
-  if (command == L"insert" || command == L"remove" || command == L"engine-delay") {
+  if (command == L"insert" || command == L"remove" || command == L"engine-delay" || command == L"engine-fail") {
     const vte::EngineControl control = engineControl(m_screen);
     if (!control.available()) {
       error = command + L": no virtual token engine is loaded";
@@ -350,6 +356,18 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
     if (command == L"engine-delay") {
       if (!needNumber(words, 1, L"milliseconds", number, error)) return false;
       control.delayTasks(number);
+      return true;
+    }
+    if (command == L"engine-fail") {
+      // The engine's next task of that function ends with the code (a token that refuses).
+      unsigned long function = 0;
+      unsigned long long code = 0;
+      if (!needWord(words, 2, L"a task function and a result code", error) ||
+          !byName(kTaskFunctions, words[1], function) || !toNumber64(words[2], code)) {
+        error = L"engine-fail: a task function (" + namesOf(kTaskFunctions) + L") and a code expected";
+        return false;
+      }
+      control.failNextTask(static_cast<std::uint32_t>(function), code);
       return true;
     }
     if (command == L"remove" && words.size() == 4 && words[2] == L"after") {

@@ -21,6 +21,13 @@ inline bool toNumber(const std::wstring& text, unsigned long& number) {
   return end && *end == L'\0';
 }
 
+inline bool toNumber64(const std::wstring& text, unsigned long long& number) {
+  if (text.empty()) return false;
+  wchar_t* end = nullptr;
+  number = std::wcstoull(text.c_str(), &end, 0);
+  return end && *end == L'\0';
+}
+
 inline bool needNumber(const std::vector<std::wstring>& words, std::size_t at, const wchar_t* what,
                        unsigned long& number, std::wstring& error) {
   if (at >= words.size() || !toNumber(words[at], number)) {
@@ -49,6 +56,13 @@ bool byName(const Named (&table)[N], const std::wstring& name, unsigned long& va
     }
   }
   return toNumber(name, value);
+}
+
+template <std::size_t N>
+std::wstring namesOf(const Named (&table)[N]) {
+  std::wstring names;
+  for (const Named& entry : table) names += (names.empty() ? L"" : L", ") + std::wstring(entry.name);
+  return names;
 }
 
 template <std::size_t N>

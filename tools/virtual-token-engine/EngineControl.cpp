@@ -2,7 +2,10 @@
 
 #include <windows.h>
 
+#include <cctype>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 namespace lm2::vte {
 namespace {
@@ -39,6 +42,50 @@ std::string EngineControl::state() const {
   std::vector<char> text(describe(nullptr, 0));
   describe(text.data(), static_cast<std::uint32_t>(text.size()));
   return text.data();
+}
+
+namespace {
+
+// The text of an object's "dataHex", up to its zero byte.
+std::string textOf(const nlohmann::json& object) {
+  const std::string hex = object.value("dataHex", std::string());
+  std::string text;
+  for (std::size_t at = 0; at + 1 < hex.size(); at += 2) {
+    const char byte = static_cast<char>(std::stoi(hex.substr(at, 2), nullptr, 16));
+    if (byte == '\0') break;
+    text += byte;
+  }
+  return text;
+}
+
+bool sameId(std::string a, std::string b) {
+  for (auto* text : {&a, &b}) {
+    for (char& c : *text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  }
+  return a == b;
+}
+
+}  // namespace
+
+std::vector<EngineControl::StoredCredential> EngineControl::credentialsOn(const std::string& hexId) const {
+  std::vector<StoredCredential> found;
+  const nlohmann::json description = nlohmann::json::parse(state(), nullptr, false);
+  if (description.is_discarded() || !description.contains("tokens")) return found;
+  for (const auto& token : description["tokens"]) {
+    if (!sameId(token.value("id", std::string()), hexId) || !token.contains("objects")) continue;
+    for (const auto& account : token["objects"]) {
+      if (account.value("kind", 0) != 1) continue;
+      StoredCredential credential{account.value("label", std::string()), textOf(account), {}};
+      for (const auto& password : token["objects"]) {
+        if (password.value("kind", 0) == 2 && password.value("label", std::string()) == credential.label &&
+            password.value("link", std::string()) == account.value("link", std::string())) {
+          credential.password = textOf(password);
+        }
+      }
+      found.push_back(std::move(credential));
+    }
+  }
+  return found;
 }
 
 }  // namespace lm2::vte

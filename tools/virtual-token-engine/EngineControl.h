@@ -4,6 +4,7 @@
 // the engine declares for it.
 
 #include <string>
+#include <vector>
 
 #include "VirtualTokenEngine.h"
 
@@ -27,6 +28,17 @@ struct EngineControl {
   bool available() const { return describe != nullptr; }
   // The engine's tokens and objects as JSON (empty when not available).
   std::string state() const;
+
+  // A credential as the provider keeps it on a token: an account object (kind 1) and a password
+  // object (kind 2) with the same label and link text.
+  struct StoredCredential {
+    std::string label;
+    std::string account;
+    std::string password;
+  };
+  // The credentials on the token with the id `hexId` (UTF-8 texts without their zero byte); an
+  // account object without its password object is listed with an empty password.
+  std::vector<StoredCredential> credentialsOn(const std::string& hexId) const;
 };
 
 }  // namespace lm2::vte

@@ -138,4 +138,38 @@ BOOL WineOsSeam::credPackAuthenticationBufferW(DWORD flags, LPWSTR userName, LPW
   return TRUE;
 }
 
+BOOL WineOsSeam::lookupAccountNameW(LPCWSTR systemName, LPCWSTR accountName, PSID sid, LPDWORD sidSize,
+                                    LPWSTR referencedDomainName, LPDWORD domainNameChars, PSID_NAME_USE use) {
+  const std::wstring name = accountName ? accountName : L"";
+  const std::size_t domainLength = sizeof(kWineTestDomain) / sizeof(wchar_t) - 1;
+  const bool inDomain = name.size() > domainLength + 1 && name[domainLength] == L'\\' &&
+                        ::CompareStringOrdinal(name.c_str(), static_cast<int>(domainLength), kWineTestDomain,
+                                               static_cast<int>(domainLength), TRUE) == CSTR_EQUAL;
+  const bool isDomain = ::CompareStringOrdinal(name.c_str(), -1, kWineTestDomain, -1, TRUE) == CSTR_EQUAL;
+  if (!inDomain && !isDomain) {
+    return WindowsOsSeam::lookupAccountNameW(systemName, accountName, sid, sidSize, referencedDomainName,
+                                             domainNameChars, use);
+  }
+  if (sidSize == nullptr || domainNameChars == nullptr || use == nullptr) return fail(ERROR_INVALID_PARAMETER);
+  // S-1-5-21-7719-9117-1234 is the domain; its users get a RID made from their name.
+  DWORD rid = 1100;
+  for (wchar_t c : name.substr(domainLength + 1)) rid = (rid * 31 + static_cast<wchar_t>(::towlower(c))) % 100000 + 1100;
+  const BYTE subAuthorities = isDomain ? 4 : 5;
+  const DWORD neededSid = ::GetSidLengthRequired(subAuthorities);
+  if (sid == nullptr || *sidSize < neededSid || referencedDomainName == nullptr || *domainNameChars <= domainLength) {
+    *sidSize = neededSid;
+    *domainNameChars = static_cast<DWORD>(domainLength + 1);
+    return fail(ERROR_INSUFFICIENT_BUFFER);
+  }
+  SID_IDENTIFIER_AUTHORITY nt = SECURITY_NT_AUTHORITY;
+  ::InitializeSid(sid, &nt, subAuthorities);
+  const DWORD parts[] = {21, 7719, 9117, 1234, rid};
+  for (BYTE index = 0; index < subAuthorities; ++index) *::GetSidSubAuthority(sid, index) = parts[index];
+  *sidSize = neededSid;
+  std::wmemcpy(referencedDomainName, kWineTestDomain, domainLength + 1);
+  *domainNameChars = static_cast<DWORD>(domainLength);
+  *use = isDomain ? SidTypeDomain : SidTypeUser;
+  return TRUE;
+}
+
 }  // namespace lm2::host

@@ -9,7 +9,10 @@
 //   "is it protected?" question, never the secret in clear.
 // - Packing writes KERB_INTERACTIVE_UNLOCK_LOGON as Microsoft documents it (64-bit, or 32-bit with
 //   CRED_PACK_WOW_BUFFER), the name split at its backslash into domain and user.
-// Everything else (account lookups, message boxes, the service pipe) is Windows' own.
+// - Wine has no domains: the accounts of one pretend domain, LM2TEST, resolve as domain users
+//   ("LM2TEST\\anna", SID S-1-5-21-7719-9117-1234-RID), so that a token can hold a second account
+//   that logs on. Every other account lookup is Wine's own.
+// Everything else (message boxes, the service pipe) is Windows' own.
 
 #include "platform/WindowsOsSeam.h"
 
@@ -17,6 +20,7 @@ namespace lm2::host {
 
 inline constexpr wchar_t kWineProtectionMarker[] = L"@@LM2WINE:";
 inline constexpr ULONG kWineNegotiatePackage = 0;
+inline constexpr wchar_t kWineTestDomain[] = L"LM2TEST";
 
 class WineOsSeam final : public WindowsOsSeam {
  public:
@@ -27,6 +31,8 @@ class WineOsSeam final : public WindowsOsSeam {
   BOOL credIsProtectedW(LPWSTR protectedCredentials, CRED_PROTECTION_TYPE* protectionType) override;
   BOOL credPackAuthenticationBufferW(DWORD flags, LPWSTR userName, LPWSTR password, PBYTE packedCredentials,
                                      DWORD* packedSize) override;
+  BOOL lookupAccountNameW(LPCWSTR systemName, LPCWSTR accountName, PSID sid, LPDWORD sidSize,
+                          LPWSTR referencedDomainName, LPDWORD domainNameChars, PSID_NAME_USE use) override;
 };
 
 // Whether `text` is a protection made by WineOsSeam (the host's decoder asks this).
