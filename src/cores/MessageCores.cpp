@@ -193,6 +193,7 @@ void CCredentialCoreMessageWithLink::Unload() {
     m_tile->CPCE2BeginFieldUpdates();
     m_tile->CPCESetFieldState(fields::kInitializeLink, CPFS_HIDDEN);
     m_tile->CPCESetFieldString(fields::kInitializeLink, L"");
+    m_tile->CPCESetFieldInteractiveState(fields::kInitializeLink, CPFIS_NONE);
     m_tile->CPCE2EndFieldUpdates();
   }
   CCredentialCoreMessage::Unload();

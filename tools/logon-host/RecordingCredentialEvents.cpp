@@ -31,6 +31,7 @@ void RecordingCredentialEvents::readTile(ICredentialProviderCredential* tile,
     if (current.calls.size() != calls) continue;
     view.calls = std::move(current.calls);
     current = std::move(view);
+    if (m_openBatches == 0) m_shown[tile] = current;
     m_changed.notify_all();
     return;
   }
@@ -83,8 +84,8 @@ TileView RecordingCredentialEvents::read(ICredentialProviderCredential* tile,
 
 TileView RecordingCredentialEvents::view(ICredentialProviderCredential* tile) const {
   std::lock_guard<std::mutex> guard(m_lock);
-  auto found = m_views.find(tile);
-  return found == m_views.end() ? TileView() : found->second;
+  auto found = m_shown.find(tile);
+  return found == m_shown.end() ? TileView() : found->second;
 }
 
 bool RecordingCredentialEvents::waitFor(ICredentialProviderCredential* tile,
@@ -92,8 +93,8 @@ bool RecordingCredentialEvents::waitFor(ICredentialProviderCredential* tile,
                                         std::chrono::milliseconds timeout) const {
   std::unique_lock<std::mutex> guard(m_lock);
   return m_changed.wait_for(guard, timeout, [&] {
-    auto found = m_views.find(tile);
-    return condition(found == m_views.end() ? TileView() : found->second);
+    auto found = m_shown.find(tile);
+    return condition(found == m_shown.end() ? TileView() : found->second);
   });
 }
 
@@ -111,6 +112,7 @@ HRESULT RecordingCredentialEvents::record(ICredentialProviderCredential* tile, c
     view.calls.push_back(call);
     answer = m_answer;
     if (SUCCEEDED(answer)) change(view);
+    if (m_openBatches == 0) m_shown[tile] = view;
     m_changed.notify_all();
   }
   m_doorbell.ring();
@@ -121,6 +123,7 @@ void RecordingCredentialEvents::userChanged(ICredentialProviderCredential* tile,
                                             const std::function<void(TileView&)>& change) {
   std::lock_guard<std::mutex> guard(m_lock);
   change(m_views[tile]);
+  change(m_shown[tile]);
   m_changed.notify_all();
 }
 
@@ -215,14 +218,18 @@ IFACEMETHODIMP RecordingCredentialEvents::OnCreatingWindow(HWND* window) {
 
 IFACEMETHODIMP RecordingCredentialEvents::BeginFieldUpdates() {
   std::lock_guard<std::mutex> guard(m_lock);
-  ++m_openBatches;
+  // A refused beginning opens no batch.
+  if (SUCCEEDED(m_answer)) ++m_openBatches;
   return m_answer;
 }
 
 IFACEMETHODIMP RecordingCredentialEvents::EndFieldUpdates() {
   std::lock_guard<std::mutex> guard(m_lock);
   if (m_openBatches == 0) return E_UNEXPECTED;  // an end without a beginning is the provider's fault
-  --m_openBatches;
+  if (--m_openBatches == 0) {
+    m_shown = m_views;
+    m_changed.notify_all();
+  }
   return m_answer;
 }
 

@@ -96,7 +96,10 @@ class RecordingCredentialEvents final : public ICredentialProviderCredentialEven
   LONG m_refCount = 1;
   mutable std::mutex m_lock;
   mutable std::condition_variable m_changed;
+  // Every change as it comes, and what the screen shows: as LogonUI, the host shows the changes of
+  // a batch (BeginFieldUpdates ... EndFieldUpdates) together, when the batch ends.
   std::map<ICredentialProviderCredential*, TileView> m_views;
+  std::map<ICredentialProviderCredential*, TileView> m_shown;
   int m_openBatches = 0;
   HRESULT m_answer = S_OK;
   std::atomic<HWND> m_window{nullptr};

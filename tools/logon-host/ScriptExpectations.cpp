@@ -137,6 +137,7 @@ bool ScriptRunner::expect(std::vector<std::wstring> words, std::wstring& error) 
   if (!needWord(words, 3, L"the expected value", error)) return false;
   if (what == L"text") {
     std::wstring actual = tile.view.textOf(field);
+    if (tile.fields[field].type == CPFT_CHECKBOX) actual = tile.view.checkboxLabel;
     if (tile.fields[field].type == CPFT_COMBOBOX) {
       actual =
           tile.view.comboSelected < tile.view.comboItems.size() ? tile.view.comboItems[tile.view.comboSelected] : L"";
