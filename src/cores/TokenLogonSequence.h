@@ -77,7 +77,6 @@ class TokenLogonSequence {
   void postVerdict(const CtxTokenEngine4CP& own, ExtendedResult code);
 
  private:
-
   CCredentialStub* const m_tile;
   logging::Category& m_log;
   const UpdateTexts m_texts;
