@@ -344,25 +344,6 @@ TEST_F(DefaultLayerTest, PinChecksAndThePinPad) {
   EXPECT_GE(std::chrono::steady_clock::now() - start, 300ms);
 }
 
-TEST_F(DefaultLayerTest, CapabilitiesAndTokenInitialisation) {
-  start(R"({"tokens":[{"id":"4C4D3201","initialized":false,"label":"ignored","canInitialize":true}]})");
-  auto context = run([&](auto c) { layer_->GetTokenCapabilitiesAsync(c, token_); });
-  const auto* capability = context->getResultAs<AsyncResultWithData<TokenCapability>>();
-  ASSERT_NE(capability, nullptr);
-  EXPECT_FALSE(capability->getData().isInitialized());
-  EXPECT_TRUE(capability->getData().canBeInitialized());
-  EXPECT_EQ(capability->getData().label(), L"");
-
-  EXPECT_EQ(codeOf(run([&](auto c) { layer_->InitializeTokenAsync(c, token_, L"Firmen-Token", L"9876", false); })),
-            result::success());
-  context = run([&](auto c) { layer_->GetTokenCapabilitiesAsync(c, token_); });
-  capability = context->getResultAs<AsyncResultWithData<TokenCapability>>();
-  ASSERT_NE(capability, nullptr);
-  EXPECT_TRUE(capability->getData().isInitialized());
-  EXPECT_EQ(capability->getData().label(), L"Firmen-Token");
-  EXPECT_EQ(codeOf(run([&](auto c) { layer_->CheckPINAsync(c, token_, L"9876"); })), result::success());
-}
-
 TEST_F(DefaultLayerTest, ResultsAreReadByTheirLiteralItemNames) {
   start();
   // A token list result written out by hand: "res" { "ti" 1, "tfi" 1, "te" success,
