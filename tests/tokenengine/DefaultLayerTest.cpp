@@ -384,6 +384,10 @@ TEST_F(DefaultLayerTest, MalformedResultsNeverReachAWaiter) {
     EXPECT_TRUE(trace_.contains(malformed.text)) << malformed.how;
   }
   EXPECT_EQ(waiter.count(), 0);
+  // Unloading ends the four waits, whose completions report to the waiter: the layer goes first.
+  delete layer_;
+  layer_ = nullptr;
+  EXPECT_EQ(waiter.count(), 4);
 }
 
 TEST_F(DefaultLayerTest, UnloadingEndsAPendingWait) {
