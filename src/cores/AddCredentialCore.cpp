@@ -6,9 +6,7 @@
 #include "credential/CredentialStub.h"
 #include "logging/LogScope.h"
 #include "platform/ModuleResources.h"
-#include "platform/OsSeam.h"
 #include "platform/UniqueResource.h"
-#include "platform/WindowsVersion.h"
 #include "provider/FieldDescriptorTable.h"
 #include "settings/SettingsKey.h"
 #include "tokenengine/TokenEngineAbstractionLayer.h"
@@ -28,12 +26,7 @@ constexpr TokenLogonSequence::UpdateTexts kUpdateTexts{
     "CCredentialCoreAddCredential::Update:168 handle create credential result",
 };
 
-constexpr wchar_t kSessionDataPath[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI\\SessionData\\";
 constexpr wchar_t kLogonUiPath[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI";
-constexpr NTSTATUS kPasswordExpired = static_cast<NTSTATUS>(0xC0000071);
-constexpr NTSTATUS kPasswordMustChange = static_cast<NTSTATUS>(0xC0000224);
-constexpr ExtendedResult kPasswordMustChangeCode = 0xC0100000C0000224ull;
-constexpr UINT kRetryCancelWarning = MB_RETRYCANCEL | MB_ICONWARNING;
 
 // DOMAIN\name of the account the calling process runs as.
 std::wstring processUserName() {
@@ -79,9 +72,7 @@ CCredentialCoreAddCredential::~CCredentialCoreAddCredential() { m_sequence.cance
 std::wstring CCredentialCoreAddCredential::loggedOnUserName(CREDENTIAL_PROVIDER_USAGE_SCENARIO scenario) {
   if (scenario == CPUS_CREDUI) return processUserName();
   if (scenario == CPUS_LOGON) return settings::SettingsKey(kLogonUiPath).readString(L"LastLoggedOnSAMUser", L"");
-  DWORD session = 0;
-  if (!::ProcessIdToSessionId(::GetCurrentProcessId(), &session)) return {};
-  return settings::SettingsKey(kSessionDataPath + std::to_wstring(session)).readString(L"LoggedOnSAMUser", L"");
+  return CCredentialStub::sessionLoggedOnUser();
 }
 
 bool CCredentialCoreAddCredential::asksForName() const { return !m_hasUserSid; }
@@ -234,15 +225,14 @@ HRESULT CCredentialCoreAddCredential::ReportResult(NTSTATUS status, NTSTATUS sub
     ReportTokenLogon(*pending);
     return S_OK;
   }
-  if (status == kPasswordExpired || subStatus == kPasswordExpired || status == kPasswordMustChange) {
-    if (!isWindows10OrGreater() && m_tile->getUsageScenario() == CPUS_UNLOCK_WORKSTATION) {
-      resources::setErrorStatus(message_ids::kChangePasswordBeforeUnlock, statusText, statusIcon);
-      return S_OK;
-    }
+  if (TokenLogonSequence::mustChangePassword(status, subStatus)) {
+    if (m_sequence.changeOnlyAfterLogon(statusText, statusIcon)) return S_OK;
     // The password is right, only due for a change: the token keeps it, and the change that
     // follows brings the token up to date.
     if (pending) CreateCredentialsOnToken(*pending);
-    if (const CtxTokenEngine4CP* own = tokenEngineContext()) m_sequence.postVerdict(*own, kPasswordMustChangeCode);
+    if (const CtxTokenEngine4CP* own = tokenEngineContext()) {
+      m_sequence.postVerdict(*own, TokenLogonSequence::kPasswordMustChangeCode);
+    }
   }
   return S_OK;
 }
@@ -259,13 +249,8 @@ void CCredentialCoreAddCredential::CreateCredentialsOnToken(const Pending& pendi
                        });
     if ((arrived && m_sequence.credentialCreated()) || m_sequence.cancelled()) return;
     logging::error(m_log, "failed to create credentials on token");
-    HWND parent = nullptr;
-    if (FAILED(m_tile->CPCEOnCreatingWindow(&parent)) || parent == nullptr) return;
-    const int answer =
-        os().messageBoxW(parent, resources::loadString(message_ids::kCredentialNotStored).c_str(),
-                         resources::loadString(message_ids::kErrorCaption).c_str(), kRetryCancelWarning);
-    if (answer != IDRETRY) {
-      logging::warn(m_log, "logged on without creating credentials on token");
+    if (!m_sequence.retryChosen(message_ids::kCredentialNotStored, message_ids::kErrorCaption,
+                                "logged on without creating credentials on token")) {
       return;
     }
   }

@@ -46,8 +46,7 @@ void CCredentialCoreInitializeToken::setState(State state) {
 }
 
 void CCredentialCoreInitializeToken::showFailed() {
-  std::wstring text = resources::loadString(message_ids::kInitializationFailed);
-  if (m_errorCode != kNoErrorCode) text = withErrorCode(text, m_errorCode);
+  const std::wstring text = withErrorCode(resources::loadString(message_ids::kInitializationFailed), m_errorCode);
   m_tile->CPCESetFieldString(fields::kMessage, text.c_str());
   m_tile->CPCESetFieldState(fields::kMessage, CPFS_DISPLAY_IN_SELECTED_TILE);
   if (m_labelWanted) m_tile->CPCESetFieldState(fields::kTokenLabel, CPFS_HIDDEN);

@@ -12,7 +12,7 @@
 #include <typeindex>
 
 #include "cores/CredentialCoreBase.h"
-#include "logging/ExtendedResult.h"
+#include "cores/ErrorCodeText.h"
 
 namespace lm2 {
 
@@ -51,8 +51,6 @@ class CCredentialCoreInitializeToken : public CCredentialCoreBase {
   bool m_labelWanted;
   bool m_nullPinAllowed;
   std::wstring m_defaultLabel;
-
-  static constexpr ExtendedResult kNoErrorCode = ~ExtendedResult{0};
 };
 
 }  // namespace lm2

@@ -61,7 +61,6 @@ HRESULT CCredentialCoreKnownUserLogonDefaultImpl::SetDeselected() {
 HRESULT CCredentialCoreKnownUserLogonDefaultImpl::Load() {
   LogScope scope(m_log, "CCredentialCoreKnownUserLogonDefaultImpl::Load", this);
   const bool nullPin = m_tile->IsNullPINUsed();
-  const bool pinPad = m_tile->IsAskPINPossible();
   m_tile->CPCE2BeginFieldUpdates();
   m_tile->CPCESetFieldString(fields::kLargeText, L"");
   const bool showName = m_tile->getUserSidString().empty() || isExactlyWindows7();
@@ -69,21 +68,11 @@ HRESULT CCredentialCoreKnownUserLogonDefaultImpl::Load() {
   if (nullPin && m_tile->getUsageScenario() == CPUS_CREDUI) {
     m_tile->CPCESetFieldString(fields::kMessage, resources::loadString(message_ids::kClickOkToLogon).c_str());
     m_tile->CPCESetFieldState(fields::kMessage, CPFS_DISPLAY_IN_SELECTED_TILE);
-    m_tile->CPCESetFieldSubmitButton(fields::kSubmitButton, fields::kMessage);
-    m_tile->CPCESetFieldState(fields::kSubmitButton, CPFS_DISPLAY_IN_SELECTED_TILE);
-  }
-  if (!nullPin && !pinPad) {
-    m_tile->CPCESetFieldString(fields::kPin, L"");
-    m_tile->CPCESetFieldState(fields::kPin, CPFS_DISPLAY_IN_SELECTED_TILE);
-    m_tile->CPCESetFieldInteractiveState(fields::kPin, CPFIS_FOCUSED);
-    m_tile->CPCESetFieldSubmitButton(fields::kSubmitButton, fields::kPin);
-    m_tile->CPCESetFieldState(fields::kSubmitButton, CPFS_DISPLAY_IN_SELECTED_TILE);
-  }
-  if (pinPad) {
-    m_tile->CPCESetFieldString(fields::kMessage, resources::loadString(message_ids::kPinPadNote).c_str());
-    m_tile->CPCESetFieldState(fields::kMessage, CPFS_DISPLAY_IN_SELECTED_TILE);
-    m_tile->CPCESetFieldSubmitButton(fields::kSubmitButton, fields::kMessage);
-    m_tile->CPCESetFieldState(fields::kSubmitButton, CPFS_DISPLAY_IN_SELECTED_TILE);
+    m_logon.showLogonInput(fields::kMessage);
+  } else if (!nullPin) {
+    // Outside CredUI a token without PIN shows nothing: it logs on when the tile is selected.
+    m_logon.showLogonInput(fields::kMessage);
+    if (!m_tile->IsAskPINPossible()) m_tile->CPCESetFieldInteractiveState(fields::kPin, CPFIS_FOCUSED);
   }
   m_tile->CPCE2EndFieldUpdates();
   return S_OK;
@@ -186,13 +175,7 @@ void CCredentialCoreKnownUserLogonDefaultImpl::Unload() {
   m_logon.cancel();
   m_tile->SetAutoLogonMode(false);
   m_tile->CPCE2BeginFieldUpdates();
-  m_tile->CPCESetFieldString(fields::kPin, L"");
-  m_tile->CPCESetFieldState(fields::kPin, CPFS_HIDDEN);
-  m_tile->CPCESetFieldInteractiveState(fields::kPin, CPFIS_NONE);
-  m_tile->CPCESetFieldState(fields::kSubmitButton, CPFS_HIDDEN);
-  m_tile->CPCESetFieldSubmitButton(fields::kSubmitButton, fields::kConclusion);
-  m_tile->CPCESetFieldString(fields::kMessage, L"");
-  m_tile->CPCESetFieldState(fields::kMessage, CPFS_HIDDEN);
+  m_logon.hideLogonInput();
   m_tile->CPCESetFieldString(fields::kLargeText, L"");
   m_tile->CPCESetFieldState(fields::kLargeText, CPFS_HIDDEN);
   m_tile->CPCE2EndFieldUpdates();

@@ -18,8 +18,7 @@ CCredentialCoreMessage::CCredentialCoreMessage(CCredentialStub* tile, UINT messa
     : CCredentialCoreBase(tile), m_messageId(messageId) {}
 
 std::wstring CCredentialCoreMessage::text() const {
-  const std::wstring text = resources::loadString(m_messageId);
-  return m_errorCode != kNoErrorCode ? withErrorCode(text, m_errorCode) : text;
+  return withErrorCode(resources::loadString(m_messageId), m_errorCode);
 }
 
 HRESULT CCredentialCoreMessage::Load() {

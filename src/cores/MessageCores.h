@@ -6,14 +6,12 @@
 #include <typeindex>
 
 #include "cores/CredentialCoreBase.h"
+#include "cores/ErrorCodeText.h"
 
 namespace lm2 {
 
 class CCredentialCoreMessage : public CCredentialCoreBase {
  public:
-  // All bits set: no code to show.
-  static constexpr std::uint64_t kNoErrorCode = ~std::uint64_t{0};
-
   explicit CCredentialCoreMessage(CCredentialStub* tile, UINT messageId = 0);
 
   void setMessageId(UINT messageId) noexcept { m_messageId = messageId; }

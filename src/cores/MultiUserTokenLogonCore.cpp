@@ -164,7 +164,6 @@ HRESULT CCredentialCoreMultiUserTokenLogon::select(DWORD index) {
   if (shown == wanted) return S_OK;
 
   const bool pinPad = m_tile->IsAskPINPossible();
-  const bool nullPin = m_tile->IsNullPINUsed();
   m_tile->CPCE2BeginFieldUpdates();
   m_tile->CPCESetFieldState(fields::kConclusion, CPFS_HIDDEN);
   m_tile->CPCESetFieldState(fields::kPin, CPFS_HIDDEN);
@@ -178,17 +177,7 @@ HRESULT CCredentialCoreMultiUserTokenLogon::select(DWORD index) {
   if (wanted == View::Refused) {
     m_tile->CPCESetFieldState(fields::kConclusion, CPFS_DISPLAY_IN_SELECTED_TILE);
   } else if (wanted == View::Logon) {
-    if (!nullPin && !pinPad) {
-      m_tile->CPCESetFieldState(fields::kPin, CPFS_DISPLAY_IN_SELECTED_TILE);
-      m_tile->CPCESetFieldSubmitButton(fields::kSubmitButton, fields::kPin);
-    } else if (pinPad) {
-      m_tile->CPCESetFieldString(fields::kMessage, resources::loadString(message_ids::kPinPadNote).c_str());
-      m_tile->CPCESetFieldState(fields::kMessage, CPFS_DISPLAY_IN_SELECTED_TILE);
-      m_tile->CPCESetFieldSubmitButton(fields::kSubmitButton, fields::kMessage);
-    } else {
-      m_tile->CPCESetFieldSubmitButton(fields::kSubmitButton, fields::kUserSelection);
-    }
-    m_tile->CPCESetFieldState(fields::kSubmitButton, CPFS_DISPLAY_IN_SELECTED_TILE);
+    m_logon.showLogonInput(fields::kUserSelection);
   }
   m_tile->CPCE2EndFieldUpdates();
   return S_OK;
@@ -243,13 +232,7 @@ void CCredentialCoreMultiUserTokenLogon::Unload() {
     m_tile->CPCEDeleteFieldComboBoxItem(fields::kUserSelection, index);
   }
   m_tile->CPCESetFieldState(fields::kUserSelection, CPFS_HIDDEN);
-  m_tile->CPCESetFieldString(fields::kPin, L"");
-  m_tile->CPCESetFieldState(fields::kPin, CPFS_HIDDEN);
-  m_tile->CPCESetFieldInteractiveState(fields::kPin, CPFIS_NONE);
-  m_tile->CPCESetFieldState(fields::kSubmitButton, CPFS_HIDDEN);
-  m_tile->CPCESetFieldSubmitButton(fields::kSubmitButton, fields::kConclusion);
-  m_tile->CPCESetFieldString(fields::kMessage, L"");
-  m_tile->CPCESetFieldState(fields::kMessage, CPFS_HIDDEN);
+  m_logon.hideLogonInput();
   m_tile->CPCESetFieldString(fields::kConclusion, L"");
   m_tile->CPCESetFieldState(fields::kConclusion, CPFS_HIDDEN);
   m_tile->CPCE2EndFieldUpdates();

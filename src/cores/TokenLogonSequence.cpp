@@ -18,9 +18,7 @@ constexpr NTSTATUS kLogonFailure = static_cast<NTSTATUS>(0xC000006D);
 constexpr NTSTATUS kPasswordExpired = static_cast<NTSTATUS>(0xC0000071);
 constexpr NTSTATUS kPasswordMustChange = static_cast<NTSTATUS>(0xC0000224);
 constexpr ExtendedResult kLogonFailureCode = 0xC0100000C000006Dull;
-constexpr ExtendedResult kPasswordMustChangeCode = 0xC0100000C0000224ull;
-// Retry and Cancel with the warning icon.
-constexpr UINT kMonitoringBoxStyle = MB_RETRYCANCEL | MB_ICONWARNING;
+constexpr UINT kRetryCancelWarning = MB_RETRYCANCEL | MB_ICONWARNING;
 
 ExtendedResult codeOf(const CtxTokenEngine4CP& context) {
   const AsyncResult* result = context.getResult();
@@ -53,6 +51,31 @@ bool TokenLogonSequence::run(Routine routine, const CtxTokenEngine4CP* own, cons
   if (m_cancelled) return false;
   ::WaitForSingleObject(m_waitEvent.get(), INFINITE);
   return m_resultReceived && !m_cancelled;
+}
+
+void TokenLogonSequence::showLogonInput(DWORD nullPinNeighbour) {
+  m_tile->CPCESetFieldString(fields::kPin, L"");
+  if (m_tile->IsAskPINPossible()) {
+    m_tile->CPCESetFieldString(fields::kMessage, resources::loadString(message_ids::kPinPadNote).c_str());
+    m_tile->CPCESetFieldState(fields::kMessage, CPFS_DISPLAY_IN_SELECTED_TILE);
+    m_tile->CPCESetFieldSubmitButton(fields::kSubmitButton, fields::kMessage);
+  } else if (!m_tile->IsNullPINUsed()) {
+    m_tile->CPCESetFieldState(fields::kPin, CPFS_DISPLAY_IN_SELECTED_TILE);
+    m_tile->CPCESetFieldSubmitButton(fields::kSubmitButton, fields::kPin);
+  } else {
+    m_tile->CPCESetFieldSubmitButton(fields::kSubmitButton, nullPinNeighbour);
+  }
+  m_tile->CPCESetFieldState(fields::kSubmitButton, CPFS_DISPLAY_IN_SELECTED_TILE);
+}
+
+void TokenLogonSequence::hideLogonInput() {
+  m_tile->CPCESetFieldString(fields::kPin, L"");
+  m_tile->CPCESetFieldState(fields::kPin, CPFS_HIDDEN);
+  m_tile->CPCESetFieldInteractiveState(fields::kPin, CPFIS_NONE);
+  m_tile->CPCESetFieldState(fields::kSubmitButton, CPFS_HIDDEN);
+  m_tile->CPCESetFieldSubmitButton(fields::kSubmitButton, fields::kConclusion);
+  m_tile->CPCESetFieldString(fields::kMessage, L"");
+  m_tile->CPCESetFieldState(fields::kMessage, CPFS_HIDDEN);
 }
 
 HRESULT TokenLogonSequence::serialize(const User& user, const CtxTokenEngine4CP* own,
@@ -188,11 +211,8 @@ void TokenLogonSequence::reportResult(const User* user, const CtxTokenEngine4CP*
     reportLogonToService(*user, own);
     return;
   }
-  if (status == kPasswordExpired || subStatus == kPasswordExpired || status == kPasswordMustChange) {
-    if (!isWindows10OrGreater() && m_tile->getUsageScenario() == CPUS_UNLOCK_WORKSTATION) {
-      resources::setErrorStatus(message_ids::kChangePasswordBeforeUnlock, statusText, statusIcon);
-      return;
-    }
+  if (mustChangePassword(status, subStatus)) {
+    if (changeOnlyAfterLogon(statusText, statusIcon)) return;
     logging::info(m_log, "password expired or must change");
     if (own == nullptr) return;
     postVerdict(*own, kPasswordMustChangeCode);
@@ -214,16 +234,31 @@ void TokenLogonSequence::reportLogonToService(const User& user, const CtxTokenEn
                              });
     if ((arrived && m_notificationSucceeded) || m_cancelled) return;
     logging::error(m_log, "failed to report logon to service");
-    HWND parent = nullptr;
-    if (FAILED(m_tile->CPCEOnCreatingWindow(&parent)) || parent == nullptr) return;
-    const int answer = os().messageBoxW(parent, resources::loadString(message_ids::kMonitoringFailed).c_str(),
-                                        resources::loadString(message_ids::kMonitoringFailedCaption).c_str(),
-                                        kMonitoringBoxStyle);
-    if (answer != IDRETRY) {
-      logging::warn(m_log, "logged on without token monitoring");
+    if (!retryChosen(message_ids::kMonitoringFailed, message_ids::kMonitoringFailedCaption,
+                     "logged on without token monitoring")) {
       return;
     }
   }
+}
+
+bool TokenLogonSequence::retryChosen(UINT text, UINT caption, const char* withoutRetry) {
+  HWND parent = nullptr;
+  if (FAILED(m_tile->CPCEOnCreatingWindow(&parent)) || parent == nullptr) return false;
+  const int answer = os().messageBoxW(parent, resources::loadString(text).c_str(),
+                                      resources::loadString(caption).c_str(), kRetryCancelWarning);
+  if (answer == IDRETRY) return true;
+  logging::warn(m_log, "%s", withoutRetry);
+  return false;
+}
+
+bool TokenLogonSequence::mustChangePassword(NTSTATUS status, NTSTATUS subStatus) noexcept {
+  return status == kPasswordExpired || subStatus == kPasswordExpired || status == kPasswordMustChange;
+}
+
+bool TokenLogonSequence::changeOnlyAfterLogon(PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) const {
+  if (isWindows10OrGreater() || m_tile->getUsageScenario() != CPUS_UNLOCK_WORKSTATION) return false;
+  resources::setErrorStatus(message_ids::kChangePasswordBeforeUnlock, statusText, statusIcon);
+  return true;
 }
 
 }  // namespace lm2

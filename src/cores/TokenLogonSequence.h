@@ -47,6 +47,13 @@ class TokenLogonSequence {
   TokenLogonSequence(const TokenLogonSequence&) = delete;
   TokenLogonSequence& operator=(const TokenLogonSequence&) = delete;
 
+  // What the token asks before a logon, shown inside the caller's field-update batch: the PIN field
+  // (emptied) or the PIN pad note (146), each with the submit button beside it; a token without
+  // PIN asks nothing, and the submit button goes beside `nullPinNeighbour`.
+  void showLogonInput(DWORD nullPinNeighbour);
+  // Hides and empties the PIN field, the message line and the submit button again.
+  void hideLogonInput();
+
   // The PIN step, the password and the packing for `user`. `own` is the state's token engine
   // context (the provider's delivery), null when the state has none.
   HRESULT serialize(const User& user, const CtxTokenEngine4CP* own,
@@ -72,6 +79,16 @@ class TokenLogonSequence {
   bool credentialCreated() const noexcept { return m_credentialCreated.load(); }
   // Reports the token logon of `user`, offering Retry/Cancel while the service cannot be reached.
   void reportLogonToService(const User& user, const CtxTokenEngine4CP* own);
+  // Asks with a Retry/Cancel box (warning icon) on LogonUI's window whether to try a failed step
+  // again; true for Retry. Any other answer writes `withoutRetry` to the trace as a warning; no
+  // window, no box and no retry.
+  bool retryChosen(UINT text, UINT caption, const char* withoutRetry);
+  // Whether Windows accepted the password but wants it changed (expired, or must change).
+  static bool mustChangePassword(NTSTATUS status, NTSTATUS subStatus) noexcept;
+  // Before Windows 10 an unlocked session cannot change its password: message 138 tells the user
+  // to log on again for that (true when it did).
+  bool changeOnlyAfterLogon(PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) const;
+  static constexpr ExtendedResult kPasswordMustChangeCode = 0xC0100000C0000224ull;
   // Windows' verdict on the logon as a result of this state's context, for the transition table
   // (no explicit target: the table's rows for the code decide).
   void postVerdict(const CtxTokenEngine4CP& own, ExtendedResult code);

@@ -153,16 +153,7 @@ void CCredentialStub::readUserName(ICredentialProviderUser* user) {
 // does.
 HRESULT CCredentialStub::showLoggedOnUser() {
   const bool windows7 = isExactlyWindows7();
-  std::wstring name;
-  if (windows7) {
-    DWORD session = 0;
-    if (::ProcessIdToSessionId(::GetCurrentProcessId(), &session)) {
-      name = settings::SettingsKey(kSessionDataPath + std::to_wstring(session)).readString(L"LoggedOnSAMUser", L"");
-    }
-  } else {
-    name = m_qualifiedUserName;
-  }
-  const User account(name);
+  const User account(windows7 ? sessionLoggedOnUser() : m_qualifiedUserName);
   m_fields.setState(fields::kLargeText, CPFS_DISPLAY_IN_BOTH);
   if (!account.isResolved()) return m_fields.setText(fields::kLargeText, kUnknownUser);
   if (windows7) {
@@ -179,6 +170,12 @@ HRESULT CCredentialStub::showLoggedOnUser() {
     }
   }
   return m_fields.setText(fields::kLargeText, account.accountName().c_str());
+}
+
+std::wstring CCredentialStub::sessionLoggedOnUser() {
+  DWORD session = 0;
+  if (!::ProcessIdToSessionId(::GetCurrentProcessId(), &session)) return {};
+  return settings::SettingsKey(kSessionDataPath + std::to_wstring(session)).readString(L"LoggedOnSAMUser", L"");
 }
 
 void CCredentialStub::PrepareForWindows7() {

@@ -176,6 +176,9 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   bool IsDefaultTile() const noexcept { return m_defaultTile.load(); }
   void SetAutoLogonMode(bool autoLogon) noexcept { m_autoLogon = autoLogon; }
   bool IsAutoLogonMode() const noexcept { return m_autoLogon.load(); }
+  // The user of this session as LogonUI records it (the locked session's user; Windows 7 names
+  // that user to providers only this way); empty when there is no record.
+  static std::wstring sessionLoggedOnUser();
   // The current core's state class (void while there is none).
   std::type_index currentCoreType() const;
 
