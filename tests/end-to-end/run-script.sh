@@ -57,9 +57,13 @@ if [ -n "$trace_dir" ]; then
   if ! grep -q 'GetSerialization \[START\]' "$trace" 2>/dev/null; then
     echo "run-script: the provider wrote no DEBUG trace of a serialization to $trace"; rc=1
   fi
+  # Addresses and result codes are written as hexadecimal digits, in which a numeric PIN turns up
+  # by chance (an object at 0000000000d36900 "holds" 3690): they are taken out before the search.
+  searched="$trace_dir/without-hex.log"
+  LC_ALL=C sed -E 's/(0x)?[0-9A-Fa-f]{16}//g; s/0x[0-9A-Fa-f]{8}//g' "$trace" >"$searched"
   for secret in $secrets; do
     for encoding in UTF-8 UTF-16LE; do
-      if LC_ALL=C grep -aqP "$(byte_pattern "$secret" "$encoding")" "$trace"; then
+      if LC_ALL=C grep -aqP "$(byte_pattern "$secret" "$encoding")" "$searched"; then
         echo "run-script: the trace contains the secret '$secret' ($encoding)"; rc=1
       fi
     done
