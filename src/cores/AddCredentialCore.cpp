@@ -24,6 +24,7 @@ constexpr TokenLogonSequence::UpdateTexts kUpdateTexts{
     nullptr,
     "CCredentialCoreAddCredential::Update handle notify result",
     "CCredentialCoreAddCredential::Update:168 handle create credential result",
+    nullptr,
 };
 
 constexpr wchar_t kLogonUiPath[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI";
@@ -231,7 +232,8 @@ HRESULT CCredentialCoreAddCredential::ReportResult(NTSTATUS status, NTSTATUS sub
     // follows brings the token up to date.
     if (pending) CreateCredentialsOnToken(*pending);
     if (const CtxTokenEngine4CP* own = tokenEngineContext()) {
-      m_sequence.postVerdict(*own, TokenLogonSequence::kPasswordMustChangeCode);
+      m_sequence.postVerdict(*own, TokenLogonSequence::kPasswordMustChangeCode, GetTypeIndex(),
+                             pending ? &pending->user : nullptr);
     }
   }
   return S_OK;

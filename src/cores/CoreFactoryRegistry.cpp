@@ -1,6 +1,9 @@
 #include "cores/CoreFactoryRegistry.h"
 
 #include "cores/AddCredentialCore.h"
+#include "cores/ChangePasswordIsMandatoryCore.h"
+#include "cores/ChangePasswordOnTokenCore.h"
+#include "cores/ChangePasswordWithTokenCore.h"
 #include "cores/InitializeTokenCore.h"
 #include "cores/KnownUserLogonCores.h"
 #include "cores/MessageCores.h"
@@ -13,7 +16,8 @@ void CoreFactoryRegistry::add(const std::wstring& coreSet) {
   m_factories[{typeid(State), coreSet}] = [](CCredentialStub* tile) { return std::make_unique<Core>(tile); };
 }
 
-// The states whose cores are built; the others join as their cores arrive.
+// The customer variants of some states arrive with the customer's token engine layer; until then
+// those states make their default cores in every core set.
 CoreFactoryRegistry::CoreFactoryRegistry() {
   add<CCredentialCoreConnectTokenMessage>();
   add<CCredentialCoreLoadTokenMessage>();
@@ -22,6 +26,9 @@ CoreFactoryRegistry::CoreFactoryRegistry() {
   add<CCredentialCoreTEInitializationFailed>();
   add<CCredentialCoreKnownUserLogon, CCredentialCoreKnownUserLogonDefaultImpl>();
   add<CCredentialCoreMultiUserTokenLogon>();
+  add<CCredentialCoreChangePasswordOnToken>();
+  add<CCredentialCoreChangePasswordWithToken>();
+  add<CCredentialCoreChangePasswordIsMandatory>();
   add<CCredentialCoreTokenNotInitialized>();
   add<CCredentialCoreTokenNotInitialized, CCredentialCoreTokenNotInitializedKalderaImpl>(L"Kaldera");
   add<CCredentialCoreEmptyToken>();

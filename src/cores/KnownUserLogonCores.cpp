@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cores/MessageIds.h"
+#include "cores/PasswordChangeOrigin.h"
 #include "credential/CredentialStub.h"
 #include "logging/LogScope.h"
 #include "platform/ModuleResources.h"
@@ -23,6 +24,7 @@ constexpr TokenLogonSequence::UpdateTexts kUpdateTexts{
     "CCredentialCoreKnownUserLogonDefaultImpl::Update:298 handle ask pin result",
     "CCredentialCoreKnownUserLogonDefaultImpl::Update:262 handle get pw result",
     "CCredentialCoreKnownUserLogonDefaultImpl::Update:285 handle notify result",
+    nullptr,
     nullptr,
 };
 
@@ -92,7 +94,10 @@ void CCredentialCoreKnownUserLogonDefaultImpl::PostLoad(const CtxTokenEngine4CP*
   }
   const std::vector<User>& users = list->getUsers();
   const User* found = nullptr;
-  if (users.size() < 2) {
+  if (dynamic_cast<const PasswordChangeOrigin*>(context->getData().get()) != nullptr) {
+    // Back from a password change: the user the change was about.
+    found = PasswordChangeOrigin::userOf(context);
+  } else if (users.size() < 2) {
     if (!users.empty()) found = &users.front();
   } else {
     std::vector<BYTE> wanted;
@@ -154,7 +159,7 @@ HRESULT CCredentialCoreKnownUserLogonDefaultImpl::GetSerialization(
 HRESULT CCredentialCoreKnownUserLogonDefaultImpl::ReportResult(NTSTATUS status, NTSTATUS subStatus, PWSTR* statusText,
                                                                CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
   LogScope scope(m_log, "CCredentialCoreKnownUserLogonDefaultImpl::ReportResult", this);
-  m_logon.reportResult(m_relatedUser.get(), tokenEngineContext(), status, subStatus, statusText, statusIcon);
+  m_logon.reportResult(GetTypeIndex(), m_relatedUser.get(), tokenEngineContext(), status, subStatus, statusText, statusIcon);
   return S_OK;
 }
 

@@ -1,6 +1,7 @@
 #include "cores/MessageCores.h"
 
-#include "cores/CoreStates.h"
+#include "cores/AddCredentialCore.h"
+#include "cores/InitializeTokenCore.h"
 #include "cores/ErrorCodeText.h"
 #include "cores/MessageIds.h"
 #include "credential/CredentialStub.h"

@@ -28,6 +28,10 @@ inline constexpr UINT kUnexpectedResult = 127;
 inline constexpr UINT kPackingFailed = 128;
 inline constexpr UINT kInternalError = 129;
 inline constexpr UINT kNoUserForThisSystem = 130;
+inline constexpr UINT kPasswordOnTokenInvalid = 131;
+inline constexpr UINT kPasswordsDoNotMatch = 132;
+inline constexpr UINT kPasswordNotChangedOnToken = 133;
+inline constexpr UINT kBackToPreviousView = 136;
 inline constexpr UINT kLoggedOnUserNotOnToken = 137;
 inline constexpr UINT kChangePasswordBeforeUnlock = 138;
 inline constexpr UINT kMonitoringFailed = 139;
@@ -56,5 +60,12 @@ inline constexpr UINT kReconnectToken = 167;
 inline constexpr UINT kUpdatingTokenDataFailed = 168;
 inline constexpr UINT kEnterPassword = 169;
 inline constexpr UINT kDomainBlackListed = 170;
+inline constexpr UINT kChangeTokenPin = 171;
+inline constexpr UINT kPinChanged = 172;
+inline constexpr UINT kPinNotChanged = 173;
+inline constexpr UINT kPasswordMustChangeNow = 174;
+inline constexpr UINT kPasswordIsGenerated = 175;
+inline constexpr UINT kEnterNewPassword = 176;
+inline constexpr UINT kEnterOldAndNewPin = 177;
 
 }  // namespace lm2::message_ids

@@ -3,6 +3,7 @@
 #include <shlwapi.h>
 
 #include "cores/MessageIds.h"
+#include "cores/PasswordChangeOrigin.h"
 #include "credential/CredentialStub.h"
 #include "logging/LogScope.h"
 #include "platform/ModuleResources.h"
@@ -19,6 +20,7 @@ constexpr TokenLogonSequence::UpdateTexts kUpdateTexts{
     "CCredentialCoreMultiUserTokenLogon::Update:325 handle ask pin result",
     "CCredentialCoreMultiUserTokenLogon::Update:331 handle get pw result",
     "CCredentialCoreMultiUserTokenLogon::Update:354 handle notify result",
+    nullptr,
     nullptr,
 };
 
@@ -41,6 +43,7 @@ CCredentialCoreMultiUserTokenLogon::View CCredentialCoreMultiUserTokenLogon::vie
 }
 
 DWORD CCredentialCoreMultiUserTokenLogon::firstUserThatCanLogOn() const {
+  if (m_preferred < m_users.size() && canLogOn(m_users[m_preferred])) return m_preferred;
   for (DWORD index = 0; index < m_users.size(); ++index) {
     if (canLogOn(m_users[index])) return index;
   }
@@ -80,12 +83,17 @@ void CCredentialCoreMultiUserTokenLogon::PostLoad(const CtxTokenEngine4CP* conte
   }
   std::lock_guard<std::mutex> guard(m_listLock);
   m_tile->CPCE2BeginFieldUpdates();
+  // Back from a password change: the user the change was about is chosen again.
+  const User* returning = dynamic_cast<const PasswordChangeOrigin*>(context->getData().get())
+                              ? PasswordChangeOrigin::userOf(context)
+                              : nullptr;
   for (const User& user : list->getUsers()) {
+    if (&user == returning) m_preferred = static_cast<DWORD>(m_users.size());
     m_users.push_back(user);
     m_tile->CPCEAppendFieldComboBoxItem(fields::kUserSelection, user.qualifiedName().c_str());
   }
-  if (m_tile->getUsageScenario() != CPUS_CREDUI) {
-    const DWORD first = firstUserThatCanLogOn();
+  if (m_tile->getUsageScenario() != CPUS_CREDUI || m_preferred != kNoUser) {
+    const DWORD first = m_preferred != kNoUser ? m_preferred : firstUserThatCanLogOn();
     if (first != kNoUser) {
       select(first);
       m_tile->CPCESetFieldComboBoxSelectedItem(fields::kUserSelection, first);
@@ -132,7 +140,10 @@ HRESULT CCredentialCoreMultiUserTokenLogon::GetComboBoxValueCount(DWORD, DWORD* 
   std::lock_guard<std::mutex> guard(m_listLock);
   *count = static_cast<DWORD>(m_users.size());
   *selected = kNoUser;
-  if (m_tile->getUsageScenario() == CPUS_CREDUI) return S_OK;
+  if (m_tile->getUsageScenario() == CPUS_CREDUI) {
+    *selected = m_selected;
+    return S_OK;
+  }
   // LogonUI reads the box when it shows the tile: what it shows selected is what the tile logs on.
   *selected = firstUserThatCanLogOn();
   if (*selected != kNoUser) select(*selected);
@@ -206,7 +217,8 @@ HRESULT CCredentialCoreMultiUserTokenLogon::ReportResult(NTSTATUS status, NTSTAT
                                                          CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
   LogScope scope(m_log, "CCredentialCoreMultiUserTokenLogon::ReportResult", this);
   const std::optional<User> user = selectedUser();
-  m_logon.reportResult(user ? &*user : nullptr, tokenEngineContext(), status, subStatus, statusText, statusIcon);
+  m_logon.reportResult(GetTypeIndex(), user ? &*user : nullptr, tokenEngineContext(), status, subStatus, statusText,
+                       statusIcon);
   return S_OK;
 }
 

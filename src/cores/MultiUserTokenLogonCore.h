@@ -48,7 +48,8 @@ class CCredentialCoreMultiUserTokenLogon : public CCredentialCoreBase {
   enum class View { Nothing, Refused, Logon };
   View viewOf(DWORD index) const;
   bool canLogOn(const User& user) const { return user.isResolved(); }
-  // The first user that can log on, kNoUser when none can. Needs the list lock.
+  // The preferred user if it can log on, else the first user that can, kNoUser when none can.
+  // Needs the list lock.
   DWORD firstUserThatCanLogOn() const;
   // SetComboBoxSelectedValue with the list lock held.
   HRESULT select(DWORD index);
@@ -58,6 +59,8 @@ class CCredentialCoreMultiUserTokenLogon : public CCredentialCoreBase {
   std::vector<User> m_users;
   mutable std::mutex m_listLock;
   DWORD m_selected = kNoUser;
+  // The user to offer first (the one a password change was about), kNoUser for the list's order.
+  DWORD m_preferred = kNoUser;
   TokenLogonSequence m_logon;
 };
 

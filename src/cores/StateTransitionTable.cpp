@@ -1,6 +1,12 @@
 #include "cores/StateTransitionTable.h"
 
-#include "cores/CoreStates.h"
+#include "cores/AddCredentialCore.h"
+#include "cores/ChangePasswordIsMandatoryCore.h"
+#include "cores/ChangePasswordOnTokenCore.h"
+#include "cores/ChangePasswordWithTokenCore.h"
+#include "cores/InitializeTokenCore.h"
+#include "cores/KnownUserLogonCores.h"
+#include "cores/MultiUserTokenLogonCore.h"
 #include "cores/MessageCores.h"
 #include "cores/MessageIds.h"
 #include "cores/TransitionPredicates.h"

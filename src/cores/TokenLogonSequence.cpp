@@ -1,6 +1,7 @@
 #include "cores/TokenLogonSequence.h"
 
 #include "cores/MessageIds.h"
+#include "cores/PasswordChangeOrigin.h"
 #include "credential/CredentialStub.h"
 #include "platform/ModuleResources.h"
 #include "platform/OsSeam.h"
@@ -17,7 +18,6 @@ namespace {
 constexpr NTSTATUS kLogonFailure = static_cast<NTSTATUS>(0xC000006D);
 constexpr NTSTATUS kPasswordExpired = static_cast<NTSTATUS>(0xC0000071);
 constexpr NTSTATUS kPasswordMustChange = static_cast<NTSTATUS>(0xC0000224);
-constexpr ExtendedResult kLogonFailureCode = 0xC0100000C000006Dull;
 constexpr UINT kRetryCancelWarning = MB_RETRYCANCEL | MB_ICONWARNING;
 
 ExtendedResult codeOf(const CtxTokenEngine4CP& context) {
@@ -27,8 +27,13 @@ ExtendedResult codeOf(const CtxTokenEngine4CP& context) {
 
 }  // namespace
 
-TokenLogonSequence::TokenLogonSequence(CCredentialStub* tile, logging::Category& log, const UpdateTexts& texts)
-    : m_tile(tile), m_log(log), m_texts(texts), m_waitEvent(::CreateEventW(nullptr, FALSE, FALSE, nullptr)) {}
+TokenLogonSequence::TokenLogonSequence(CCredentialStub* tile, logging::Category& log, const UpdateTexts& texts,
+                                       Routine pinPadRoutine)
+    : m_tile(tile),
+      m_log(log),
+      m_texts(texts),
+      m_pinPadRoutine(pinPadRoutine),
+      m_waitEvent(::CreateEventW(nullptr, FALSE, FALSE, nullptr)) {}
 
 TokenLogonSequence::~TokenLogonSequence() = default;
 
@@ -82,17 +87,28 @@ HRESULT TokenLogonSequence::serialize(const User& user, const CtxTokenEngine4CP*
                                       CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
                                       CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
                                       CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
-  HRESULT hr = E_UNEXPECTED;
+  if (!provePin(user, own, fields::kPin, statusText, statusIcon)) return E_UNEXPECTED;
+  SecretWString password;
+  if (!readPassword(user, own, password, statusText, statusIcon)) return E_UNEXPECTED;
+  const HRESULT hr = m_tile->packLogon(response, serialization, statusText, statusIcon, user, password.get().c_str());
+  if (FAILED(hr)) {
+    logging::error(m_log, "failed to pack credentials");
+    resources::setErrorStatus(message_ids::kPackingFailed, statusText, statusIcon);
+  }
+  return hr;
+}
+
+bool TokenLogonSequence::provePin(const User& user, const CtxTokenEngine4CP* own, DWORD pinField, PWSTR* statusText,
+                                  CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
   bool arrived = true;
   if (m_tile->IsAskPINPossible()) {
     logging::debug(m_log, "do alternative authentication path");
-    arrived = run(Routine::TokenEngineAskPINCompletion, own,
-                  [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
-                    engine.AskPINAsync(context, user);
-                  });
+    arrived = run(m_pinPadRoutine, own, [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
+      engine.AskPINAsync(context, user);
+    });
   } else if (!m_tile->IsNullPINUsed()) {
     logging::debug(m_log, "null pin is not used...check pin...");
-    const SecretWString pin(m_tile->GetFieldString(fields::kPin));
+    const SecretWString pin(m_tile->GetFieldString(pinField));
     arrived = run(Routine::TokenEngineCheckPINCompletion, own,
                   [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
                     engine.CheckPINAsync(context, user, pin.get());
@@ -100,43 +116,77 @@ HRESULT TokenLogonSequence::serialize(const User& user, const CtxTokenEngine4CP*
   } else {
     m_lastResultCode = result::success();
   }
-  if (m_cancelled) return hr;
+  if (m_cancelled) return false;
   if (!arrived) {
     logging::error(m_log, "unexpected async result during GetSerialization");
     resources::setErrorStatus(message_ids::kUnexpectedResult, statusText, statusIcon);
-    return hr;
+    return false;
   }
   if (!result::succeeded(m_lastResultCode)) {
     logging::debug(m_log, "invalid pin");
     resources::setErrorStatus(message_ids::kInvalidPin, statusText, statusIcon);
-    return hr;
+    return false;
   }
+  return true;
+}
+
+bool TokenLogonSequence::readPassword(const User& user, const CtxTokenEngine4CP* own, SecretWString& password,
+                                      PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
   m_passwordObtained = false;
-  arrived = run(Routine::TokenEngineGetPasswordCompletion, own,
-                [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
-                  engine.GetPasswordForUserAsync(context, user);
-                });
+  const bool arrived = run(Routine::TokenEngineGetPasswordCompletion, own,
+                           [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
+                             engine.GetPasswordForUserAsync(context, user);
+                           });
+  // The result's copy moves out of the member at once: the member never outlives this call.
+  password = std::move(m_password);
+  m_password = SecretWString();
   if (m_cancelled) {
-    m_password = SecretWString();
-    return hr;
+    password = SecretWString();
+    return false;
   }
   if (!arrived) {
     logging::error(m_log, "unexpected async result during GetSerialization");
     resources::setErrorStatus(message_ids::kUnexpectedResult, statusText, statusIcon);
-    return hr;
+    return false;
   }
   if (!m_passwordObtained) {
     logging::error(m_log, "failed to get password from token engine abstraction layer");
     resources::setErrorStatus(message_ids::kNoPasswordFromToken, statusText, statusIcon);
-    return hr;
+    password = SecretWString();
+    return false;
   }
-  hr = m_tile->packLogon(response, serialization, statusText, statusIcon, user, m_password.get().c_str());
-  m_password = SecretWString();
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to pack credentials");
-    resources::setErrorStatus(message_ids::kPackingFailed, statusText, statusIcon);
-  }
-  return hr;
+  return true;
+}
+
+bool TokenLogonSequence::replacePasswordOnToken(const User& user, const CtxTokenEngine4CP* own,
+                                                const std::wstring& password) {
+  m_passwordReplaced = false;
+  const bool arrived = run(Routine::TokenEngineChangePasswordOnTokenCompletion, own,
+                           [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
+                             engine.ChangePasswordOfUserAsync(context, user, password);
+                           });
+  if (m_cancelled) return false;
+  if (arrived && m_passwordReplaced) return true;
+  logging::error(m_log, "failed to change password on token");
+  showError(message_ids::kPasswordNotChangedOnToken);
+  return false;
+}
+
+bool TokenLogonSequence::changePin(const Token& token, const CtxTokenEngine4CP* own, const std::wstring& oldPin,
+                                   const std::wstring& newPin) {
+  m_lastResultCode = result::fromHResult(static_cast<std::int32_t>(E_UNEXPECTED));
+  // A PIN change proves the old PIN: its result comes back as the state's PIN check.
+  return run(Routine::TokenEngineCheckPINCompletion, own,
+             [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
+               engine.ChangePINAsync(context, token, oldPin, newPin);
+             });
+}
+
+void TokenLogonSequence::showError(UINT text) const {
+  HWND parent = nullptr;
+  if (FAILED(m_tile->CPCEOnCreatingWindow(&parent)) || parent == nullptr) return;
+  os().messageBoxW(parent, resources::loadString(text).c_str(),
+                   resources::loadString(message_ids::kErrorCaption).c_str(), MB_OK | MB_ICONERROR);
 }
 
 void TokenLogonSequence::update(const CtxTokenEngine4CP* context) {
@@ -152,6 +202,7 @@ void TokenLogonSequence::update(const CtxTokenEngine4CP* context) {
     case Routine::TokenEngineNotifyTokenAuthentificationCompletion: text = m_texts.notify; break;
     case Routine::TokenEngineAskPINCompletion: text = m_texts.askPin; break;
     case Routine::TokenEngineCreateCredentialCompletion: text = m_texts.createCredential; break;
+    case Routine::TokenEngineChangePasswordOnTokenCompletion: text = m_texts.changePassword; break;
     default: break;
   }
   if (text == nullptr) {
@@ -183,6 +234,12 @@ void TokenLogonSequence::update(const CtxTokenEngine4CP* context) {
         logging::error(m_log, "failed to get notify service (0x%016llx)", static_cast<unsigned long long>(code));
       }
       break;
+    case Routine::TokenEngineChangePasswordOnTokenCompletion:
+      m_passwordReplaced = result::succeeded(code);
+      if (!m_passwordReplaced) {
+        logging::error(m_log, "failed to change password on token (0x%016llx)", static_cast<unsigned long long>(code));
+      }
+      break;
     default:
       m_credentialCreated = result::succeeded(code);
       break;
@@ -192,8 +249,8 @@ void TokenLogonSequence::update(const CtxTokenEngine4CP* context) {
   if (m_waitEvent) ::SetEvent(m_waitEvent.get());
 }
 
-void TokenLogonSequence::reportResult(const User* user, const CtxTokenEngine4CP* own, NTSTATUS status,
-                                      NTSTATUS subStatus, PWSTR* statusText,
+void TokenLogonSequence::reportResult(std::type_index from, const User* user, const CtxTokenEngine4CP* own,
+                                      NTSTATUS status, NTSTATUS subStatus, PWSTR* statusText,
                                       CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
   if (statusText) *statusText = nullptr;
   if (statusIcon) *statusIcon = CPSI_NONE;
@@ -202,7 +259,7 @@ void TokenLogonSequence::reportResult(const User* user, const CtxTokenEngine4CP*
   if (status == kLogonFailure && subStatus == 0) {
     logging::info(m_log, "invalid username or password");
     if (own == nullptr) return;
-    postVerdict(*own, kLogonFailureCode);
+    postVerdict(*own, kLogonFailureCode, from, user);
     return;
   }
   if (status == 0 && subStatus == 0) {
@@ -215,14 +272,19 @@ void TokenLogonSequence::reportResult(const User* user, const CtxTokenEngine4CP*
     if (changeOnlyAfterLogon(statusText, statusIcon)) return;
     logging::info(m_log, "password expired or must change");
     if (own == nullptr) return;
-    postVerdict(*own, kPasswordMustChangeCode);
+    postVerdict(*own, kPasswordMustChangeCode, from, user);
   }
 }
 
-void TokenLogonSequence::postVerdict(const CtxTokenEngine4CP& own, ExtendedResult code) {
-  CtxTokenEngine4CP verdict(own.completion(), m_tile, own.getProvider(), own.getData(), typeid(void), own.getRoutine());
-  verdict.setResult(std::make_unique<AsyncResult>(code));
-  m_tile->EnqueueAsyncContext(verdict);
+void TokenLogonSequence::postVerdict(const CtxTokenEngine4CP& own, ExtendedResult code, std::type_index from,
+                                     const User* user) {
+  std::vector<User> users;
+  if (const auto* list = own.getResultAs<AsyncResultListUsers>()) {
+    users = list->getUsers();
+  } else if (user != nullptr) {
+    users.push_back(*user);
+  }
+  PasswordChangeOrigin::post(*m_tile, own, code, from, std::move(users), user);
 }
 
 void TokenLogonSequence::reportLogonToService(const User& user, const CtxTokenEngine4CP* own) {

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <typeindex>
 
 #include "account/User.h"
 #include "common/SecretText.h"
@@ -40,9 +41,13 @@ class TokenLogonSequence {
     const char* getPassword;
     const char* notify;
     const char* createCredential;
+    const char* changePassword;
   };
 
-  TokenLogonSequence(CCredentialStub* tile, logging::Category& log, const UpdateTexts& texts);
+  // `pinPadRoutine` is the completion a PIN typed on the token's PIN pad comes back as: the logon
+  // states have their own rows for it, the password-change states take it as their PIN check.
+  TokenLogonSequence(CCredentialStub* tile, logging::Category& log, const UpdateTexts& texts,
+                     TokenEngineCompletion pinPadRoutine = TokenEngineCompletion::TokenEngineAskPINCompletion);
   ~TokenLogonSequence();
   TokenLogonSequence(const TokenLogonSequence&) = delete;
   TokenLogonSequence& operator=(const TokenLogonSequence&) = delete;
@@ -60,10 +65,26 @@ class TokenLogonSequence {
                     CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
                     CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
                     CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
+  // The steps of serialize, for the password-change states. Each sets the status text and icon
+  // when it fails (not when cancelled). The PIN the token asks for, typed in `pinField` (or on the
+  // PIN pad, or none):
+  bool provePin(const User& user, const CtxTokenEngine4CP* own, DWORD pinField, PWSTR* statusText,
+                CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
+  // The user's password as the token holds it.
+  bool readPassword(const User& user, const CtxTokenEngine4CP* own, SecretWString& password, PWSTR* statusText,
+                    CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
+  // Replaces the user's password on the token with `password` (the one Windows now has). A failure
+  // is told in a message box (133) on LogonUI's window.
+  bool replacePasswordOnToken(const User& user, const CtxTokenEngine4CP* own, const std::wstring& password);
+  // Changes the token's PIN; the code is lastResultCode() afterwards.
+  bool changePin(const Token& token, const CtxTokenEngine4CP* own, const std::wstring& oldPin,
+                 const std::wstring& newPin);
+
   // Stores the result of an operation this sequence waits for and wakes the waiting call.
   void update(const CtxTokenEngine4CP* context);
-  // What follows Windows' verdict on the logon of `user` (null: no user, nothing to report).
-  void reportResult(const User* user, const CtxTokenEngine4CP* own, NTSTATUS status, NTSTATUS subStatus,
+  // What follows Windows' verdict on the logon of `user` (null: no user, nothing to report) in the
+  // state `from`.
+  void reportResult(std::type_index from, const User* user, const CtxTokenEngine4CP* own, NTSTATUS status, NTSTATUS subStatus,
                     PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
   // Ends the present wait and every later one.
   void cancel() noexcept;
@@ -89,14 +110,19 @@ class TokenLogonSequence {
   // to log on again for that (true when it did).
   bool changeOnlyAfterLogon(PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) const;
   static constexpr ExtendedResult kPasswordMustChangeCode = 0xC0100000C0000224ull;
-  // Windows' verdict on the logon as a result of this state's context, for the transition table
-  // (no explicit target: the table's rows for the code decide).
-  void postVerdict(const CtxTokenEngine4CP& own, ExtendedResult code);
+  static constexpr ExtendedResult kLogonFailureCode = 0xC0100000C000006Dull;
+  // Windows' verdict on the logon of `user` as a result of this state's context `own`, for the
+  // transition table (no explicit target: the table's rows for the code decide). It carries the
+  // user list of `own` (or `user` alone) and the state `from` as the origin of a password change.
+  void postVerdict(const CtxTokenEngine4CP& own, ExtendedResult code, std::type_index from, const User* user);
+  // An error message box (OK, error icon) on LogonUI's window; none without a window.
+  void showError(UINT text) const;
 
  private:
   CCredentialStub* const m_tile;
   logging::Category& m_log;
   const UpdateTexts m_texts;
+  const TokenEngineCompletion m_pinPadRoutine;
   UniqueHandle m_waitEvent;
   SecretWString m_password;
   std::atomic<bool> m_passwordObtained{false};
@@ -105,6 +131,7 @@ class TokenLogonSequence {
   std::atomic<bool> m_cancelled{false};
   std::atomic<bool> m_notificationSucceeded{false};
   std::atomic<bool> m_credentialCreated{false};
+  std::atomic<bool> m_passwordReplaced{false};
 };
 
 }  // namespace lm2

@@ -4,7 +4,13 @@
 
 #include <vector>
 
-#include "cores/CoreStates.h"
+#include "cores/AddCredentialCore.h"
+#include "cores/ChangePasswordIsMandatoryCore.h"
+#include "cores/ChangePasswordOnTokenCore.h"
+#include "cores/ChangePasswordWithTokenCore.h"
+#include "cores/InitializeTokenCore.h"
+#include "cores/KnownUserLogonCores.h"
+#include "cores/MultiUserTokenLogonCore.h"
 #include "credential/CredentialStub.h"
 #include "platform/UniqueResource.h"
 #include "platform/WindowsVersion.h"

@@ -7,8 +7,8 @@
 # would), runs HOST (logon-host.exe or logon-host-win7.exe) with SCRIPT, and removes the double
 # again. With --fails-with the script must fail (exit code 1) and the host's report must contain
 # TEXT: a script's wrong expectation has to be caught and named. With --secrets the provider writes
-# a full DEBUG trace during the run, which must then contain none of the given words, neither as
-# UTF-8 nor as UTF-16 bytes.
+# a full DEBUG trace during the run, which must then contain none of the given words, nor any new
+# password the provider handed over in a change request, neither as UTF-8 nor as UTF-16 bytes.
 set -uo pipefail
 bin=${1:?BIN_DIR} prefix=${2:?PREFIX} host=${3:?HOST} script=${4:?SCRIPT}
 shift 4
@@ -44,7 +44,12 @@ if [ -n "$secrets" ]; then
 fi
 
 output=$(mktemp)
-"${wine_run[@]}" "$bin/$host" --script "$script" >"$output" 2>/dev/null
+host_options=()
+if [ -n "$trace_dir" ]; then
+  # New passwords the provider handed over (generated ones too) join the secrets searched for.
+  host_options=(--secrets-out "$(WINEPREFIX=$prefix winepath -w "$trace_dir/new-passwords.txt" 2>/dev/null)")
+fi
+"${wine_run[@]}" "$bin/$host" --script "$script" "${host_options[@]}" >"$output" 2>/dev/null
 rc=$?
 "${wine_run[@]}" "$bin/session_service_double.exe" --remove 2>/dev/null
 cat "$output"
@@ -61,6 +66,8 @@ if [ -n "$trace_dir" ]; then
   # by chance (an object at 0000000000d36900 "holds" 3690): they are taken out before the search.
   searched="$trace_dir/without-hex.log"
   LC_ALL=C sed -E 's/(0x)?[0-9A-Fa-f]{16}//g; s/0x[0-9A-Fa-f]{8}//g' "$trace" >"$searched"
+  [ -f "$trace_dir/new-passwords.txt" ] && secrets="$secrets $(tr '\n' ' ' <"$trace_dir/new-passwords.txt")"
+  set -f  # a password may hold * or ?: no file names in their place
   for secret in $secrets; do
     for encoding in UTF-8 UTF-16LE; do
       if LC_ALL=C grep -aqP "$(byte_pattern "$secret" "$encoding")" "$searched"; then
@@ -68,6 +75,7 @@ if [ -n "$trace_dir" ]; then
       fi
     done
   done
+  set +f
   [ $rc -eq 0 ] && echo "run-script: the DEBUG trace ($(wc -l <"$trace") lines) holds none of the secrets"
   rm -rf "$trace_dir"
 fi

@@ -1,10 +1,13 @@
 // The logon host: loads credential providers as LogonUI does and shows their tiles on a console.
 //
 //   logon-host [--dll PATH --clsid {CLSID}]… [--script FILE | --interactive] [--picture FILE]
+//                [--secrets-out FILE]
 //
 // Without --dll it loads the providers registered on the machine. A script runs line by line and
 // stops at the first failure (exit code 1); without a script the host reads the same commands at a
-// prompt. --picture writes the last screen as an SVG picture when the host ends.
+// prompt. --picture writes the last screen as an SVG picture when the host ends. --secrets-out
+// adds every new password the provider hands over in a change request to FILE, one a line: the
+// end-to-end run looks for them in the provider's trace, generated ones included.
 #include <windows.h>
 #include <objbase.h>
 
@@ -20,7 +23,8 @@ namespace {
 
 int usage() {
   lm2::host::printLine(
-      L"usage: logon-host [--dll PATH --clsid {CLSID}]... [--script FILE | --interactive] [--picture FILE]");
+      L"usage: logon-host [--dll PATH --clsid {CLSID}]... [--script FILE | --interactive] [--picture FILE] "
+      L"[--secrets-out FILE]");
   return 2;
 }
 
@@ -41,6 +45,7 @@ int wmain(int argc, wchar_t** argv) {
   std::vector<ProviderEntry> providers;
   std::wstring script;
   std::wstring picture;
+  std::wstring secretsOut;
   for (int index = 1; index < argc; ++index) {
     const std::wstring option = argv[index];
     const bool hasValue = index + 1 < argc;
@@ -59,6 +64,8 @@ int wmain(int argc, wchar_t** argv) {
       script = fullPath(argv[++index]);
     } else if (option == L"--picture" && hasValue) {
       picture = fullPath(argv[++index]);
+    } else if (option == L"--secrets-out" && hasValue) {
+      secretsOut = fullPath(argv[++index]);
     } else if (option != L"--interactive") {
       return usage();
     }
@@ -80,6 +87,7 @@ int wmain(int argc, wchar_t** argv) {
   bool succeeded = true;
   {
     LogonScreen screen;
+    screen.setSecretsFile(secretsOut);
     ScriptRunner runner(screen, providers);
     if (!script.empty()) {
       runner.setBaseDirectory(directoryOf(script));

@@ -403,7 +403,8 @@ bool LogonScreen::submit(std::wstring& error) {
   call.serialization = &serialization;
   call.scenario = m_options.scenario;
   call.credUiFlags = m_options.flags;
-  m_lastSerialization = decodeSerialization(call);
+  m_lastSerialization = decodeSerialization(call, &m_lastSecrets);
+  noteNewPassword();
   // LogonUI wipes and frees the buffer once LSA has it.
   if (serialization.rgbSerialization) {
     SecureZeroMemory(serialization.rgbSerialization, serialization.cbSerialization);
@@ -415,6 +416,17 @@ bool LogonScreen::submit(std::wstring& error) {
   // A failing GetSerialization is LogonUI's everyday business (a wrong PIN): the script checks the
   // outcome with "expect serialization result ...".
   return true;
+}
+
+void LogonScreen::noteNewPassword() const {
+  const auto found = m_lastSecrets.find(L"new-password");
+  if (m_secretsFile.empty() || found == m_lastSecrets.end() || found->second.get().empty()) return;
+  const SecretString line(toUtf8(found->second.get()) + "\n");
+  UniqueHandle file(::CreateFileW(m_secretsFile.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file) return;
+  DWORD written = 0;
+  ::WriteFile(file.get(), line.get().data(), static_cast<DWORD>(line.get().size()), &written, nullptr);
 }
 
 bool LogonScreen::report(NTSTATUS status, NTSTATUS subStatus, std::wstring& error) {

@@ -74,6 +74,11 @@ class LogonScreen {
 
   const std::vector<std::unique_ptr<Provider>>& providers() const { return m_providers; }
   const DecodedSerialization& lastSerialization() const { return m_lastSerialization; }
+  // The passwords of the last serialization in clear, for comparisons (never shown).
+  const DecodedSecrets& lastSecrets() const { return m_lastSecrets; }
+  // Every new password of a change request is added to `path` (a line each), so that a test can
+  // look for passwords it never chose (generated ones) in the provider's trace.
+  void setSecretsFile(const std::wstring& path) { m_secretsFile = path; }
   const std::wstring& lastReportText() const { return m_lastReportText; }
   MessageBoxAnswerer& boxes() { return m_boxes; }
   const ScreenOptions& options() const { return m_options; }
@@ -92,6 +97,7 @@ class LogonScreen {
   // automatic logon and was submitted.
   bool selectTile(const TileRef& ref, std::wstring& error, bool again = false, bool* submitted = nullptr);
   ComPtr<ICredentialProviderUserArray> usersFor(const ScreenOptions& options) const;
+  void noteNewPassword() const;
 
   HWND m_window = nullptr;
   ScreenOptions m_options;
@@ -102,6 +108,8 @@ class LogonScreen {
   std::wstring m_lastShown;
   std::vector<ScreenTile> m_lastScreen;
   DecodedSerialization m_lastSerialization;
+  DecodedSecrets m_lastSecrets;
+  std::wstring m_secretsFile;
   std::wstring m_lastReportText;
   MessageBoxAnswerer m_boxes;
   bool m_inputEnded = false;

@@ -36,6 +36,14 @@ bool ScriptRunner::expect(std::vector<std::wstring> words, std::wstring& error) 
   }
   if (words[1] == L"serialization") {
     if (!needWord(words, 3, L"a key and a value", error)) return false;
+    // "password-is", "old-password-is", "new-password-is": the clear text, compared and never shown.
+    const std::wstring& key = words[2];
+    if (key.size() > 3 && key.compare(key.size() - 3, 3, L"-is") == 0) {
+      const auto found = m_screen.lastSecrets().find(key.substr(0, key.size() - 3));
+      const std::wstring actual = found == m_screen.lastSecrets().end() ? L"(none)" : L"another password";
+      return (found != m_screen.lastSecrets().end() && found->second.get() == words[3]) ||
+             mismatch(L"serialization " + key, L"the password given", actual);
+    }
     return valueOf(m_screen.lastSerialization(), words[2]) == words[3] ||
            mismatch(L"serialization " + words[2], words[3], valueOf(m_screen.lastSerialization(), words[2]));
   }
@@ -75,9 +83,20 @@ bool ScriptRunner::expect(std::vector<std::wstring> words, std::wstring& error) 
     }
     if (words[3] == L"credential") {
       if (!needWord(words, 5, L"an account and its password", error)) return false;
+      // "serialized new-password": the password of that kind in the last serialization.
+      const std::wstring* password = &words[5];
+      if (words[5] == L"serialized") {
+        if (!needWord(words, 6, L"the kind of the serialized password", error)) return false;
+        const auto found = m_screen.lastSecrets().find(words[6]);
+        if (found == m_screen.lastSecrets().end()) {
+          error = L"expect token: the last serialization has no " + words[6];
+          return false;
+        }
+        password = &found->second.get();
+      }
       std::wstring accounts;
       for (const auto& credential : stored) {
-        if (fromUtf8(credential.account) == words[4] && fromUtf8(credential.password) == words[5] &&
+        if (fromUtf8(credential.account) == words[4] && fromUtf8(credential.password) == *password &&
             credential.label == "1.3.6.1.4.1.7719.9117.1.1234.8.11") {
           return true;
         }
@@ -87,7 +106,7 @@ bool ScriptRunner::expect(std::vector<std::wstring> words, std::wstring& error) 
       return mismatch(L"credential on token " + words[2], words[4] + L" with its password",
                       accounts.empty() ? L"none" : accounts + L" (or another password)");
     }
-    error = L"expect token: credentials N or credential ACCOUNT PASSWORD expected";
+    error = L"expect token: credentials N or credential ACCOUNT (PASSWORD | serialized KIND) expected";
     return false;
   }
   if (words[1] == L"box") {

@@ -3,6 +3,7 @@
 #include <ntsecapi.h>
 
 #include <cstring>
+#include <cwctype>
 
 #include "HostOutput.h"
 #include "WineOsSeam.h"
@@ -84,17 +85,39 @@ class PackedReader {
   bool m_wow;
 };
 
-void addPassword(DecodedSerialization& out, const std::wstring& key, std::wstring& secret) {
-  out.emplace_back(key, passwordKind(secret.data(), secret.size()));
-  std::size_t length = secret.size();
-  if (isWineProtected(secret.data(), secret.size())) {
-    length = (secret.size() - (sizeof(kWineProtectionMarker) / sizeof(wchar_t) - 1)) / 4;
+std::wstring characterClasses(const std::wstring& text) {
+  bool lower = false, upper = false, digit = false, other = false;
+  for (wchar_t c : text) {
+    lower |= std::iswlower(c) != 0;
+    upper |= std::iswupper(c) != 0;
+    digit |= std::iswdigit(c) != 0;
+    other |= !std::iswalnum(c);
   }
-  out.emplace_back(key + L"-length", std::to_wstring(length));
+  return std::to_wstring(int{lower} + int{upper} + int{digit} + int{other});
+}
+
+void addPassword(DecodedSerialization& out, DecodedSecrets* secrets, const std::wstring& key, std::wstring& secret) {
+  out.emplace_back(key, passwordKind(secret.data(), secret.size()));
+  SecretWString clear;
+  if (!wineUnprotect(secret.data(), secret.size(), clear.get())) clear.get() = secret;
+  out.emplace_back(key + L"-length", std::to_wstring(clear.get().size()));
+  if (key == L"new-password") out.emplace_back(key + L"-classes", characterClasses(clear.get()));
+  if (secrets) (*secrets)[key] = std::move(clear);
   SecureZeroMemory(secret.data(), secret.size() * sizeof(wchar_t));
 }
 
-void decodeLogon(const BYTE* buffer, ULONG size, bool wow, DecodedSerialization& out) {
+// A change request and a workstation unlock both begin with message type 7; the change request's
+// header is 80 bytes, and the packers put the first string (the domain) right after the header.
+bool isChangeRequest(const BYTE* buffer, ULONG size) {
+  if (size < 80) return false;
+  ULONG type = 0;
+  unsigned long long domainOffset = 0;
+  std::memcpy(&type, buffer, 4);
+  std::memcpy(&domainOffset, buffer + 16, 8);
+  return type == 7 && domainOffset == 80;
+}
+
+void decodeLogon(const BYTE* buffer, ULONG size, bool wow, DecodedSerialization& out, DecodedSecrets* secrets) {
   const std::size_t header = wow ? 36 : 64;
   out.emplace_back(L"layout", wow ? L"KERB_INTERACTIVE_UNLOCK_LOGON (32-bit)" : L"KERB_INTERACTIVE_UNLOCK_LOGON");
   if (size < header) {
@@ -116,10 +139,10 @@ void decodeLogon(const BYTE* buffer, ULONG size, bool wow, DecodedSerialization&
   }
   out.emplace_back(L"domain", domain);
   out.emplace_back(L"user", user);
-  addPassword(out, L"password", password);
+  addPassword(out, secrets, L"password", password);
 }
 
-void decodeChangeRequest(const BYTE* buffer, ULONG size, DecodedSerialization& out) {
+void decodeChangeRequest(const BYTE* buffer, ULONG size, DecodedSerialization& out, DecodedSecrets* secrets) {
   out.emplace_back(L"layout", L"KERB_CHANGEPASSWORD_REQUEST");
   if (size < 80) {
     out.emplace_back(L"error", L"buffer of " + std::to_wstring(size) + L" bytes is shorter than its header");
@@ -138,8 +161,8 @@ void decodeChangeRequest(const BYTE* buffer, ULONG size, DecodedSerialization& o
   } else {
     out.emplace_back(L"domain", domain);
     out.emplace_back(L"user", account);
-    addPassword(out, L"old-password", oldPassword);
-    addPassword(out, L"new-password", newPassword);
+    addPassword(out, secrets, L"old-password", oldPassword);
+    addPassword(out, secrets, L"new-password", newPassword);
     out.emplace_back(L"impersonating", buffer[72] ? L"yes" : L"no");
   }
   SecureZeroMemory(oldPassword.data(), oldPassword.size() * sizeof(wchar_t));
@@ -155,8 +178,9 @@ std::wstring passwordKind(const wchar_t* text, std::size_t length) {
   return L"plain";
 }
 
-DecodedSerialization decodeSerialization(const SerializationCall& call) {
+DecodedSerialization decodeSerialization(const SerializationCall& call, DecodedSecrets* secrets) {
   DecodedSerialization out;
+  if (secrets) secrets->clear();
   out.emplace_back(L"result", hexCode(static_cast<unsigned long>(call.result)));
   out.emplace_back(L"response", responseName(call.response));
   if (!call.statusText.empty()) out.emplace_back(L"status-text", call.statusText);
@@ -177,10 +201,12 @@ DecodedSerialization decodeSerialization(const SerializationCall& call) {
     return out;
   }
   const bool wow = call.scenario == CPUS_CREDUI && (call.credUiFlags & CREDUIWIN_PACK_32_WOW) != 0;
-  if (call.scenario == CPUS_CHANGE_PASSWORD) {
-    decodeChangeRequest(serialization->rgbSerialization, serialization->cbSerialization, out);
+  // An expired password is changed at the logon screen too.
+  if (call.scenario == CPUS_CHANGE_PASSWORD ||
+      isChangeRequest(serialization->rgbSerialization, serialization->cbSerialization)) {
+    decodeChangeRequest(serialization->rgbSerialization, serialization->cbSerialization, out, secrets);
   } else {
-    decodeLogon(serialization->rgbSerialization, serialization->cbSerialization, wow, out);
+    decodeLogon(serialization->rgbSerialization, serialization->cbSerialization, wow, out, secrets);
   }
   return out;
 }

@@ -7,9 +7,12 @@
 
 #include <windows.h>
 
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "common/SecretText.h"
 
 #include "platform/CredentialProviderApi.h"
 
@@ -27,11 +30,15 @@ struct SerializationCall {
 
 // Ordered key/value pairs: result, response, status-text, status-icon, package, provider, size,
 // layout, message-type, domain, user, password, password-length, old-password,
-// old-password-length, new-password, new-password-length, impersonating; "error" when the buffer
-// is malformed.
+// old-password-length, new-password, new-password-length, new-password-classes (how many of
+// lower-case, upper-case, digit and other occur), impersonating; "error" when the buffer is
+// malformed.
 using DecodedSerialization = std::vector<std::pair<std::wstring, std::wstring>>;
+// The passwords of a buffer in clear, by the key of their kind ("password", "old-password",
+// "new-password"): for comparisons only, never shown; wiped with the map.
+using DecodedSecrets = std::map<std::wstring, SecretWString>;
 
-DecodedSerialization decodeSerialization(const SerializationCall& call);
+DecodedSerialization decodeSerialization(const SerializationCall& call, DecodedSecrets* secrets = nullptr);
 // The value of `key`, or empty.
 std::wstring valueOf(const DecodedSerialization& decoded, const std::wstring& key);
 

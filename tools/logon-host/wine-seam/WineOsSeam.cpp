@@ -42,6 +42,17 @@ bool isWineProtected(const wchar_t* text, std::size_t length) {
   return text != nullptr && length >= kMarkerLength && std::wmemcmp(text, kWineProtectionMarker, kMarkerLength) == 0;
 }
 
+bool wineUnprotect(const wchar_t* text, std::size_t length, std::wstring& clear) {
+  if (!isWineProtected(text, length) || (length - kMarkerLength) % 4 != 0) return false;
+  clear.clear();
+  for (std::size_t at = kMarkerLength; at < length; at += 4) {
+    wchar_t digits[5] = {text[at], text[at + 1], text[at + 2], text[at + 3], L'\0'};
+    clear.push_back(static_cast<wchar_t>(std::wcstoul(digits, nullptr, 16) ^ kScramble));
+    SecureZeroMemory(digits, sizeof digits);
+  }
+  return true;
+}
+
 NTSTATUS WineOsSeam::lsaLookupAuthenticationPackage(HANDLE lsaHandle, PLSA_STRING packageName,
                                                     PULONG authenticationPackage) {
   static const char kNegotiate[] = "Negotiate";

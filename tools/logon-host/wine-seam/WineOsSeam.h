@@ -14,6 +14,8 @@
 //   that logs on. Every other account lookup is Wine's own.
 // Everything else (message boxes, the service pipe) is Windows' own.
 
+#include <string>
+
 #include "platform/WindowsOsSeam.h"
 
 namespace lm2::host {
@@ -37,5 +39,7 @@ class WineOsSeam final : public WindowsOsSeam {
 
 // Whether `text` is a protection made by WineOsSeam (the host's decoder asks this).
 bool isWineProtected(const wchar_t* text, std::size_t length);
+// The clear text of such a protection (for the host's comparisons); false when it is none.
+bool wineUnprotect(const wchar_t* text, std::size_t length, std::wstring& clear);
 
 }  // namespace lm2::host

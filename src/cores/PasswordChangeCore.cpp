@@ -1,0 +1,139 @@
+#include "cores/PasswordChangeCore.h"
+
+#include <ntsecapi.h>
+#include <shlwapi.h>
+
+#include "cores/MessageIds.h"
+#include "cores/PasswordChangeOrigin.h"
+#include "credential/CredentialStub.h"
+#include "logging/LogScope.h"
+#include "platform/ModuleResources.h"
+#include "platform/UniqueResource.h"
+#include "provider/FieldDescriptorTable.h"
+
+namespace lm2 {
+
+namespace {
+
+constexpr NTSTATUS kLogonFailure = static_cast<NTSTATUS>(0xC000006D);
+
+// The system's message for a Win32 error, without its line break; empty when it has none.
+std::wstring systemMessage(DWORD error) {
+  wchar_t* text = nullptr;
+  const DWORD length = ::FormatMessageW(
+      FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0,
+      reinterpret_cast<wchar_t*>(&text), 0, nullptr);
+  std::wstring message(text ? text : L"", length);
+  if (text) ::LocalFree(text);
+  while (!message.empty() && (message.back() == L'\n' || message.back() == L'\r' || message.back() == L' ')) {
+    message.pop_back();
+  }
+  return message;
+}
+
+}  // namespace
+
+CCredentialCorePasswordChange::CCredentialCorePasswordChange(CCredentialStub* tile,
+                                                             const TokenLogonSequence::UpdateTexts& texts)
+    : CCredentialCoreBase(tile),
+      // The PIN pad's answer is this state's PIN check: the table has no other row for it.
+      m_sequence(tile, m_log, texts, TokenEngineCompletion::TokenEngineCheckPINCompletion) {}
+
+CCredentialCorePasswordChange::~CCredentialCorePasswordChange() { m_sequence.cancel(); }
+
+void CCredentialCorePasswordChange::PreUnload(const CtxTokenEngine4CP*) { m_sequence.cancel(); }
+
+void CCredentialCorePasswordChange::Update(const CtxTokenEngine4CP* context) {
+  const AsyncResult* result = context ? context->getResult() : nullptr;
+  if (result && static_cast<std::uint32_t>(result->getResultCode()) == static_cast<std::uint32_t>(kLogonFailure)) {
+    refused();
+    return;
+  }
+  m_sequence.update(context);
+}
+
+bool CCredentialCorePasswordChange::takeUser(const User* user) {
+  m_tile->CPCE2BeginFieldUpdates();
+  if (user == nullptr) {
+    logging::error(m_log, "can not find related user in user list...");
+    hideChangeFields();
+    m_tile->CPCESetFieldString(fields::kMessage, resources::loadString(message_ids::kInternalError).c_str());
+    m_tile->CPCESetFieldState(fields::kMessage, CPFS_DISPLAY_IN_BOTH);
+    m_tile->CPCE2EndFieldUpdates();
+    return false;
+  }
+  m_user = std::make_unique<User>(*user);
+  m_tile->CPCESetFieldString(fields::kLargeText, m_user->qualifiedName().c_str());
+  m_tile->CPCESetFieldState(fields::kLargeText, CPFS_DISPLAY_IN_BOTH);
+  m_tile->CPCE2EndFieldUpdates();
+  m_tile->SetSelectedTEUser(m_user.get());
+  return true;
+}
+
+bool CCredentialCorePasswordChange::sameEntries(DWORD first, DWORD second, PWSTR* statusText,
+                                                CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) const {
+  const SecretWString one(m_tile->GetFieldString(first));
+  const SecretWString two(m_tile->GetFieldString(second));
+  if (one.get() == two.get()) return true;
+  logging::debug(m_log, "passwords do not match");
+  resources::setErrorStatus(message_ids::kPasswordsDoNotMatch, statusText, statusIcon);
+  return false;
+}
+
+void CCredentialCorePasswordChange::setWindowsStatus(NTSTATUS status, NTSTATUS subStatus, PWSTR* statusText,
+                                                     CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
+  // A restriction in general says less than the reason Windows gives beside it.
+  const NTSTATUS telling = subStatus != 0 ? subStatus : status;
+  std::wstring text = systemMessage(::LsaNtStatusToWinError(telling));
+  if (text.empty()) text = systemMessage(::LsaNtStatusToWinError(status));
+  if (text.empty()) {
+    wchar_t code[16];
+    swprintf(code, 16, L"0x%08lX", static_cast<unsigned long>(status));
+    text = code;
+  }
+  if (statusText == nullptr || FAILED(::SHStrDupW(text.c_str(), statusText))) return;
+  if (statusIcon) *statusIcon = CPSI_ERROR;
+}
+
+void CCredentialCorePasswordChange::postRefusal(std::type_index origin) {
+  const CtxTokenEngine4CP* own = tokenEngineContext();
+  if (own == nullptr) return;
+  std::vector<User> users;
+  if (const auto* list = own->getResultAs<AsyncResultListUsers>()) users = list->getUsers();
+  PasswordChangeOrigin::post(*m_tile, *own, TokenLogonSequence::kLogonFailureCode, origin, std::move(users),
+                             m_user.get());
+}
+
+void CCredentialCorePasswordChange::keepPending(SecretWString password) {
+  std::lock_guard<std::mutex> guard(m_pendingLock);
+  m_pending = std::move(password);
+}
+
+SecretWString CCredentialCorePasswordChange::takePending() {
+  std::lock_guard<std::mutex> guard(m_pendingLock);
+  SecretWString taken = std::move(m_pending);
+  m_pending = SecretWString();
+  return taken;
+}
+
+void CCredentialCorePasswordChange::showFields(std::initializer_list<DWORD> ids, bool show) {
+  for (DWORD id : ids) {
+    m_tile->CPCESetFieldString(id, L"");
+    m_tile->CPCESetFieldState(id, show ? CPFS_DISPLAY_IN_SELECTED_TILE : CPFS_HIDDEN);
+    if (!show) m_tile->CPCESetFieldInteractiveState(id, CPFIS_NONE);
+  }
+}
+
+void CCredentialCorePasswordChange::showInstruction(UINT id) {
+  m_tile->CPCESetFieldString(fields::kSmallText, resources::loadString(id).c_str());
+  m_tile->CPCESetFieldState(fields::kSmallText, CPFS_DISPLAY_IN_SELECTED_TILE);
+}
+
+void CCredentialCorePasswordChange::hideChangeFields() {
+  showFields({fields::kSmallText, fields::kOldPin, fields::kNewPin, fields::kConfirmPin, fields::kPassword,
+              fields::kNewPassword, fields::kConfirmPassword, fields::kInitializeLink},
+             false);
+  m_sequence.hideLogonInput();
+}
+
+}  // namespace lm2

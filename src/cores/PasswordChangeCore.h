@@ -1,0 +1,65 @@
+#pragma once
+// What the three password-change states share: the token user the change is about (shown by name,
+// message 129 when the state could not find one), the PIN step and token access of the logon
+// sequence, the check that a password was typed the same way twice, Windows' own text for a
+// refused change, and the new password that waits in the state from the submit until Windows'
+// verdict (wiped on every way out).
+
+#include <windows.h>
+
+#include <initializer_list>
+#include <memory>
+#include <mutex>
+
+#include "account/User.h"
+#include "common/SecretText.h"
+#include "cores/CredentialCoreBase.h"
+#include "cores/TokenLogonSequence.h"
+
+namespace lm2 {
+
+class CCredentialCorePasswordChange : public CCredentialCoreBase {
+ public:
+  ~CCredentialCorePasswordChange() override;
+
+  void PreUnload(const CtxTokenEngine4CP* context) override;
+  void Update(const CtxTokenEngine4CP* context) override;
+
+ protected:
+  CCredentialCorePasswordChange(CCredentialStub* tile, const TokenLogonSequence::UpdateTexts& texts);
+
+  // Keeps `user` as the one this state changes and shows its name; without one, hides the input
+  // and shows message 129 instead. False when there is none.
+  bool takeUser(const User* user);
+  const User* user() const noexcept { return m_user.get(); }
+  // 132 with the error icon when the texts of the two fields differ.
+  bool sameEntries(DWORD first, DWORD second, PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) const;
+  // Windows' own words for a refused logon or change (in the user interface's language), with the
+  // error icon.
+  static void setWindowsStatus(NTSTATUS status, NTSTATUS subStatus, PWSTR* statusText,
+                               CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
+  // A refused logon or change as a result of this state (the table's self row for the refusal),
+  // so that the state empties its fields on the handler thread (refused()).
+  void postRefusal(std::type_index origin);
+  // What the state shows again after a refusal.
+  virtual void refused() = 0;
+
+  void keepPending(SecretWString password);
+  SecretWString takePending();
+
+  // Shows (selected tile only) or hides and empties `ids`, inside the caller's batch.
+  void showFields(std::initializer_list<DWORD> ids, bool show);
+  // The instruction line under the tile's name.
+  void showInstruction(UINT id);
+  // Hides everything these states show, in one batch (Unload).
+  void hideChangeFields();
+
+  TokenLogonSequence m_sequence;
+
+ private:
+  std::unique_ptr<User> m_user;
+  std::mutex m_pendingLock;
+  SecretWString m_pending;
+};
+
+}  // namespace lm2

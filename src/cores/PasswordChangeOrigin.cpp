@@ -1,0 +1,44 @@
+#include "cores/PasswordChangeOrigin.h"
+
+#include <algorithm>
+
+#include "credential/CredentialStub.h"
+
+namespace lm2 {
+namespace {
+
+bool sameUser(const User& left, const User& right) {
+  if (left.isResolved() && right.isResolved() && left.sid() && right.sid()) return ::EqualSid(left.sid(), right.sid());
+  return !left.isResolved() && !right.isResolved() && ::lstrcmpiW(left.qualifiedName().c_str(),
+                                                                  right.qualifiedName().c_str()) == 0;
+}
+
+}  // namespace
+
+const User* PasswordChangeOrigin::userOf(const CtxTokenEngine4CP* context) {
+  if (context == nullptr) return nullptr;
+  const auto* list = context->getResultAs<AsyncResultListUsers>();
+  if (list == nullptr) return nullptr;
+  const auto* origin = dynamic_cast<const PasswordChangeOrigin*>(context->getData().get());
+  if (origin == nullptr || !origin->user()) return list->getUsers().size() == 1 ? &list->getUsers().front() : nullptr;
+  for (const User& user : list->getUsers()) {
+    if (sameUser(user, *origin->user())) return &user;
+  }
+  return nullptr;
+}
+
+void PasswordChangeOrigin::post(CCredentialStub& tile, const CtxTokenEngine4CP& own, ExtendedResult code,
+                                std::type_index state, std::vector<User> users, const User* user) {
+  // A user typed rather than read from the token (storing a first credential) joins the list.
+  if (user != nullptr &&
+      std::none_of(users.begin(), users.end(), [&](const User& listed) { return sameUser(listed, *user); })) {
+    users.push_back(*user);
+  }
+  auto origin = std::make_shared<PasswordChangeOrigin>(state, user ? std::optional<User>(*user) : std::nullopt);
+  CtxTokenEngine4CP verdict(own.completion(), &tile, own.getProvider(), std::move(origin), typeid(void),
+                            own.getRoutine());
+  verdict.setResult(std::make_unique<AsyncResultListUsers>(code, std::move(users)));
+  tile.EnqueueAsyncContext(verdict);
+}
+
+}  // namespace lm2
