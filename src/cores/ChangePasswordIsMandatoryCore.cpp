@@ -128,12 +128,9 @@ HRESULT CCredentialCoreChangePasswordIsMandatory::ReportResult(NTSTATUS status, 
     logging::info(m_log, "password change refused (0x%08lx, 0x%08lx)", static_cast<unsigned long>(status),
                   static_cast<unsigned long>(subStatus));
     setWindowsStatus(status, subStatus, statusText, statusIcon);
-    if (status == static_cast<NTSTATUS>(0xC000006D)) {
-      // Windows did not take the token's copy as the old password: it is outdated as well.
-      postRefusal(typeid(CCredentialCoreChangePasswordIsMandatory));
-    } else {
-      refused();
-    }
+    refused();
+    // Windows did not take the token's copy as the old password: it is outdated as well.
+    if (status == static_cast<NTSTATUS>(0xC000006D)) post(TokenLogonSequence::kLogonFailureCode);
     return S_OK;
   }
   logging::info(m_log, "password changed...replace password on token");

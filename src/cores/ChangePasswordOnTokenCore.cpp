@@ -27,20 +27,6 @@ constexpr TokenLogonSequence::UpdateTexts kUpdateTexts{
 CCredentialCoreChangePasswordOnToken::CCredentialCoreChangePasswordOnToken(CCredentialStub* tile)
     : CCredentialCorePasswordChange(tile, kUpdateTexts) {}
 
-std::type_index CCredentialCoreChangePasswordOnToken::origin() const {
-  const CtxTokenEngine4CP* own = tokenEngineContext();
-  const auto* data = own ? dynamic_cast<const PasswordChangeOrigin*>(own->getData().get()) : nullptr;
-  return data ? data->getData() : std::type_index(typeid(void));
-}
-
-void CCredentialCoreChangePasswordOnToken::post(ExtendedResult code) {
-  const CtxTokenEngine4CP* own = tokenEngineContext();
-  if (own == nullptr) return;
-  std::vector<User> users;
-  if (const auto* list = own->getResultAs<AsyncResultListUsers>()) users = list->getUsers();
-  PasswordChangeOrigin::post(*m_tile, *own, code, origin(), std::move(users), user());
-}
-
 HRESULT CCredentialCoreChangePasswordOnToken::Load() {
   LogScope scope(m_log, "CCredentialCoreChangePasswordOnToken::Load", this);
   m_tile->CPCE2BeginFieldUpdates();
@@ -116,6 +102,7 @@ HRESULT CCredentialCoreChangePasswordOnToken::ReportResult(NTSTATUS status, NTST
   if (user() == nullptr) return S_OK;
   if (status == static_cast<NTSTATUS>(0xC000006D) && subStatus == 0) {
     logging::info(m_log, "invalid username or password");
+    refused();
     post(TokenLogonSequence::kLogonFailureCode);
     return S_OK;
   }

@@ -29,12 +29,6 @@ class CCredentialCoreChangePasswordOnToken : public CCredentialCorePasswordChang
 
  protected:
   void refused() override;
-
- private:
-  // The logon state the change started from (void when the context named none).
-  std::type_index origin() const;
-  // Hands `code` back to the table with this state's users and origin.
-  void post(ExtendedResult code);
 };
 
 }  // namespace lm2

@@ -85,7 +85,8 @@ HRESULT CCredentialCoreChangePasswordWithToken::Load() {
 void CCredentialCoreChangePasswordWithToken::PostLoad(const CtxTokenEngine4CP* context) {
   LogScope scope(m_log, "CCredentialCoreChangePasswordWithToken::PostLoad", this);
   CCredentialCoreBase::PostLoad(context);
-  takeUser(tileUserIn(context, m_tile->getUserSidString()));
+  // The tile names its user already (Ctrl+Alt+Del is about the session's user).
+  takeUser(tileUserIn(context, m_tile->getUserSidString()), false);
 }
 
 HRESULT CCredentialCoreChangePasswordWithToken::SetSelected(BOOL* autoLogon) {

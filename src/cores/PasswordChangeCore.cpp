@@ -46,13 +46,14 @@ void CCredentialCorePasswordChange::PreUnload(const CtxTokenEngine4CP*) { m_sequ
 void CCredentialCorePasswordChange::Update(const CtxTokenEngine4CP* context) {
   const AsyncResult* result = context ? context->getResult() : nullptr;
   if (result && static_cast<std::uint32_t>(result->getResultCode()) == static_cast<std::uint32_t>(kLogonFailure)) {
-    refused();
+    // The state showed the refusal when Windows reported it; the table keeps the state.
+    logging::debug(m_log, "refused by Windows...state stays");
     return;
   }
   m_sequence.update(context);
 }
 
-bool CCredentialCorePasswordChange::takeUser(const User* user) {
+bool CCredentialCorePasswordChange::takeUser(const User* user, bool showName) {
   m_tile->CPCE2BeginFieldUpdates();
   if (user == nullptr) {
     logging::error(m_log, "can not find related user in user list...");
@@ -63,8 +64,10 @@ bool CCredentialCorePasswordChange::takeUser(const User* user) {
     return false;
   }
   m_user = std::make_unique<User>(*user);
-  m_tile->CPCESetFieldString(fields::kLargeText, m_user->qualifiedName().c_str());
-  m_tile->CPCESetFieldState(fields::kLargeText, CPFS_DISPLAY_IN_BOTH);
+  if (showName) {
+    m_tile->CPCESetFieldString(fields::kLargeText, m_user->qualifiedName().c_str());
+    m_tile->CPCESetFieldState(fields::kLargeText, CPFS_DISPLAY_IN_BOTH);
+  }
   m_tile->CPCE2EndFieldUpdates();
   m_tile->SetSelectedTEUser(m_user.get());
   return true;
@@ -95,13 +98,18 @@ void CCredentialCorePasswordChange::setWindowsStatus(NTSTATUS status, NTSTATUS s
   if (statusIcon) *statusIcon = CPSI_ERROR;
 }
 
-void CCredentialCorePasswordChange::postRefusal(std::type_index origin) {
+std::type_index CCredentialCorePasswordChange::origin() const {
+  const CtxTokenEngine4CP* own = tokenEngineContext();
+  const auto* data = own ? dynamic_cast<const PasswordChangeOrigin*>(own->getData().get()) : nullptr;
+  return data ? data->getData() : std::type_index(typeid(void));
+}
+
+void CCredentialCorePasswordChange::post(ExtendedResult code) {
   const CtxTokenEngine4CP* own = tokenEngineContext();
   if (own == nullptr) return;
   std::vector<User> users;
   if (const auto* list = own->getResultAs<AsyncResultListUsers>()) users = list->getUsers();
-  PasswordChangeOrigin::post(*m_tile, *own, TokenLogonSequence::kLogonFailureCode, origin, std::move(users),
-                             m_user.get());
+  PasswordChangeOrigin::post(*m_tile, *own, code, origin(), std::move(users), m_user.get());
 }
 
 void CCredentialCorePasswordChange::keepPending(SecretWString password) {

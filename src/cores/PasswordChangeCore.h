@@ -10,6 +10,7 @@
 #include <initializer_list>
 #include <memory>
 #include <mutex>
+#include <typeindex>
 
 #include "account/User.h"
 #include "common/SecretText.h"
@@ -28,9 +29,10 @@ class CCredentialCorePasswordChange : public CCredentialCoreBase {
  protected:
   CCredentialCorePasswordChange(CCredentialStub* tile, const TokenLogonSequence::UpdateTexts& texts);
 
-  // Keeps `user` as the one this state changes and shows its name; without one, hides the input
-  // and shows message 129 instead. False when there is none.
-  bool takeUser(const User* user);
+  // Keeps `user` as the one this state changes and shows its name (unless the tile shows its own
+  // user's already); without one, hides the input and shows message 129 instead. False when there
+  // is none.
+  bool takeUser(const User* user, bool showName = true);
   const User* user() const noexcept { return m_user.get(); }
   // 132 with the error icon when the texts of the two fields differ.
   bool sameEntries(DWORD first, DWORD second, PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) const;
@@ -38,10 +40,13 @@ class CCredentialCorePasswordChange : public CCredentialCoreBase {
   // error icon.
   static void setWindowsStatus(NTSTATUS status, NTSTATUS subStatus, PWSTR* statusText,
                                CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
-  // A refused logon or change as a result of this state (the table's self row for the refusal),
-  // so that the state empties its fields on the handler thread (refused()).
-  void postRefusal(std::type_index origin);
-  // What the state shows again after a refusal.
+  // The state the change started from (void when the context named none).
+  std::type_index origin() const;
+  // Hands `code` (Windows' verdict, or the way back) to the table as a result of this state, with
+  // its user list and origin.
+  void post(ExtendedResult code);
+  // What the state shows again after a refusal (emptied fields), at once: LogonUI's next input
+  // must not be emptied by a refusal shown later.
   virtual void refused() = 0;
 
   void keepPending(SecretWString password);
