@@ -196,13 +196,9 @@ HRESULT CCredentialCoreAddCredential::GetSerialization(
     resources::setErrorStatus(message_ids::kUnknownUser, statusText, statusIcon);
     return E_UNEXPECTED;
   }
-  const HRESULT hr = m_tile->packLogon(response, serialization, statusText, statusIcon, pending->user,
-                                       pending->password.get().c_str());
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to pack credentials");
-    resources::setErrorStatus(message_ids::kPackingFailed, statusText, statusIcon);
-    return hr;
-  }
+  const HRESULT hr =
+      m_sequence.pack(pending->user, pending->password.get(), response, serialization, statusText, statusIcon);
+  if (FAILED(hr)) return hr;
   std::lock_guard<std::mutex> guard(m_pendingLock);
   m_pending = std::move(pending);
   return hr;

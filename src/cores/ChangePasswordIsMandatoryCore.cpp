@@ -29,14 +29,7 @@ CCredentialCoreChangePasswordIsMandatory::CCredentialCoreChangePasswordIsMandato
 
 HRESULT CCredentialCoreChangePasswordIsMandatory::Load() {
   LogScope scope(m_log, "CCredentialCoreChangePasswordIsMandatory::Load", this);
-  m_tile->CPCE2BeginFieldUpdates();
-  showInstruction(message_ids::kPasswordMustChangeNow);
-  m_tile->CPCESetFieldString(fields::kLargeText, L"");
-  m_tile->CPCESetFieldState(fields::kLargeText, CPFS_DISPLAY_IN_BOTH);
-  showFields({fields::kNewPassword, fields::kConfirmPassword}, true);
-  m_sequence.showLogonInput(fields::kConfirmPassword);
-  m_tile->CPCESetFieldInteractiveState(fields::kNewPassword, CPFIS_FOCUSED);
-  m_tile->CPCE2EndFieldUpdates();
+  showPasswordInput(message_ids::kPasswordMustChangeNow, fields::kNewPassword, fields::kConfirmPassword);
   return S_OK;
 }
 
@@ -57,31 +50,29 @@ HRESULT CCredentialCoreChangePasswordIsMandatory::SetSelected(BOOL* autoLogon) {
 }
 
 HRESULT CCredentialCoreChangePasswordIsMandatory::GetSerialization(
-    CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response, CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization,
-    PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon, std::vector<DWORD>&) {
+    CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+    CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
+    CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon, std::vector<DWORD>&) {
   LogScope scope(m_log, "CCredentialCoreChangePasswordIsMandatory::GetSerialization", this);
   m_sent = Sent::Nothing;
-  if (user() == nullptr) {
-    logging::error(m_log, "can not find related user in user list...");
-    resources::setErrorStatus(message_ids::kInternalError, statusText, statusIcon);
-    return E_UNEXPECTED;
-  }
+  if (!haveUser(statusText, statusIcon)) return E_UNEXPECTED;
   if (m_logonDue.exchange(false)) return serializeLogon(response, serialization, statusText, statusIcon);
   takePending();  // an earlier submit that Windows never answered
   return serializeChange(response, serialization, statusText, statusIcon);
 }
 
 HRESULT CCredentialCoreChangePasswordIsMandatory::serializeChange(
-    CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response, CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization,
-    PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
+    CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+    CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
+    CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
   if (!sameEntries(fields::kNewPassword, fields::kConfirmPassword, statusText, statusIcon)) return E_UNEXPECTED;
   const CtxTokenEngine4CP* own = tokenEngineContext();
   if (!m_sequence.provePin(*user(), own, fields::kPin, statusText, statusIcon)) return E_UNEXPECTED;
   SecretWString old;
   if (!m_sequence.readPassword(*user(), own, old, statusText, statusIcon)) return E_UNEXPECTED;
   SecretWString typed(m_tile->GetFieldString(fields::kNewPassword));
-  const HRESULT hr = m_tile->GetSerialization_ChangePassword(response, serialization, *user(), old.get().c_str(),
-                                                             typed.get().c_str());
+  const HRESULT hr =
+      m_tile->GetSerialization_ChangePassword(response, serialization, *user(), old.get().c_str(), typed.get().c_str());
   if (FAILED(hr)) {
     logging::error(m_log, "failed to pack credentials");
     resources::setErrorStatus(message_ids::kPackingFailed, statusText, statusIcon);
@@ -93,18 +84,14 @@ HRESULT CCredentialCoreChangePasswordIsMandatory::serializeChange(
 }
 
 HRESULT CCredentialCoreChangePasswordIsMandatory::serializeLogon(
-    CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response, CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization,
-    PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
+    CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+    CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
+    CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
   m_tile->SetAutoLogonMode(false);
   // The changed password is used for this one logon and then forgotten.
   const SecretWString changed = takePending();
-  const HRESULT hr = m_tile->packLogon(response, serialization, statusText, statusIcon, *user(), changed.get().c_str());
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to pack credentials");
-    resources::setErrorStatus(message_ids::kPackingFailed, statusText, statusIcon);
-    return hr;
-  }
-  m_sent = Sent::Logon;
+  const HRESULT hr = m_sequence.pack(*user(), changed.get(), response, serialization, statusText, statusIcon);
+  if (SUCCEEDED(hr)) m_sent = Sent::Logon;
   return hr;
 }
 
@@ -117,9 +104,7 @@ HRESULT CCredentialCoreChangePasswordIsMandatory::ReportResult(NTSTATUS status, 
   if (user() == nullptr || sent == Sent::Nothing) return S_OK;
   const bool accepted = status == 0 && subStatus == 0;
   if (sent == Sent::Logon) {
-    if (!accepted || m_tile->getUsageScenario() == CPUS_CREDUI) return S_OK;
-    logging::info(m_log, "credentials are correct...contact service for token observation");
-    m_sequence.reportLogonToService(*user(), tokenEngineContext());
+    if (accepted) reportLogon();
     return S_OK;
   }
   SecretWString changed = takePending();
@@ -144,26 +129,14 @@ HRESULT CCredentialCoreChangePasswordIsMandatory::ReportResult(NTSTATUS status, 
 }
 
 void CCredentialCoreChangePasswordIsMandatory::refused() {
-  LogScope scope(m_log, "CCredentialCoreChangePasswordIsMandatory::refused", this);
-  m_tile->CPCE2BeginFieldUpdates();
-  for (DWORD field : {fields::kNewPassword, fields::kConfirmPassword, fields::kPin}) {
-    m_tile->CPCESetFieldString(field, L"");
-  }
-  m_tile->CPCESetFieldInteractiveState(fields::kNewPassword, CPFIS_FOCUSED);
-  m_tile->CPCE2EndFieldUpdates();
+  emptyPasswordInput(fields::kNewPassword, fields::kConfirmPassword);
 }
 
 void CCredentialCoreChangePasswordIsMandatory::Unload() {
   LogScope scope(m_log, "CCredentialCoreChangePasswordIsMandatory::Unload", this);
-  m_sequence.cancel();
   m_logonDue = false;
   m_tile->SetAutoLogonMode(false);
-  takePending();
-  m_tile->CPCE2BeginFieldUpdates();
-  hideChangeFields();
-  m_tile->CPCESetFieldString(fields::kLargeText, L"");
-  m_tile->CPCESetFieldState(fields::kLargeText, CPFS_HIDDEN);
-  m_tile->CPCE2EndFieldUpdates();
+  leave();
 }
 
 }  // namespace lm2

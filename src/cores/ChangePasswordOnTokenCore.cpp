@@ -29,14 +29,7 @@ CCredentialCoreChangePasswordOnToken::CCredentialCoreChangePasswordOnToken(CCred
 
 HRESULT CCredentialCoreChangePasswordOnToken::Load() {
   LogScope scope(m_log, "CCredentialCoreChangePasswordOnToken::Load", this);
-  m_tile->CPCE2BeginFieldUpdates();
-  showInstruction(message_ids::kPasswordOnTokenInvalid);
-  m_tile->CPCESetFieldString(fields::kLargeText, L"");
-  m_tile->CPCESetFieldState(fields::kLargeText, CPFS_DISPLAY_IN_BOTH);
-  showFields({fields::kPassword, fields::kConfirmPassword}, true);
-  m_sequence.showLogonInput(fields::kConfirmPassword);
-  m_tile->CPCESetFieldInteractiveState(fields::kPassword, CPFIS_FOCUSED);
-  m_tile->CPCE2EndFieldUpdates();
+  showPasswordInput(message_ids::kPasswordOnTokenInvalid, fields::kPassword, fields::kConfirmPassword);
   return S_OK;
 }
 
@@ -70,24 +63,17 @@ HRESULT CCredentialCoreChangePasswordOnToken::CommandLinkClicked(DWORD fieldId) 
 }
 
 HRESULT CCredentialCoreChangePasswordOnToken::GetSerialization(
-    CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response, CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization,
-    PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon, std::vector<DWORD>&) {
+    CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+    CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
+    CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon, std::vector<DWORD>&) {
   LogScope scope(m_log, "CCredentialCoreChangePasswordOnToken::GetSerialization", this);
   takePending();  // an earlier submit that Windows never answered
-  if (user() == nullptr) {
-    logging::error(m_log, "can not find related user in user list...");
-    resources::setErrorStatus(message_ids::kInternalError, statusText, statusIcon);
-    return E_UNEXPECTED;
-  }
+  if (!haveUser(statusText, statusIcon)) return E_UNEXPECTED;
   if (!sameEntries(fields::kPassword, fields::kConfirmPassword, statusText, statusIcon)) return E_UNEXPECTED;
   if (!m_sequence.provePin(*user(), tokenEngineContext(), fields::kPin, statusText, statusIcon)) return E_UNEXPECTED;
   SecretWString typed(m_tile->GetFieldString(fields::kPassword));
-  const HRESULT hr = m_tile->packLogon(response, serialization, statusText, statusIcon, *user(), typed.get().c_str());
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to pack credentials");
-    resources::setErrorStatus(message_ids::kPackingFailed, statusText, statusIcon);
-    return hr;
-  }
+  const HRESULT hr = m_sequence.pack(*user(), typed.get(), response, serialization, statusText, statusIcon);
+  if (FAILED(hr)) return hr;
   keepPending(std::move(typed));
   return hr;
 }
@@ -113,9 +99,7 @@ HRESULT CCredentialCoreChangePasswordOnToken::ReportResult(NTSTATUS status, NTST
   logging::info(m_log, "password accepted by Windows...replace password on token");
   m_sequence.replacePasswordOnToken(*user(), tokenEngineContext(), typed.get());
   if (accepted) {
-    if (m_tile->getUsageScenario() == CPUS_CREDUI) return S_OK;
-    logging::info(m_log, "credentials are correct...contact service for token observation");
-    m_sequence.reportLogonToService(*user(), tokenEngineContext());
+    reportLogon();
     return S_OK;
   }
   if (m_sequence.changeOnlyAfterLogon(statusText, statusIcon)) return S_OK;
@@ -125,23 +109,12 @@ HRESULT CCredentialCoreChangePasswordOnToken::ReportResult(NTSTATUS status, NTST
 }
 
 void CCredentialCoreChangePasswordOnToken::refused() {
-  LogScope scope(m_log, "CCredentialCoreChangePasswordOnToken::refused", this);
-  m_tile->CPCE2BeginFieldUpdates();
-  showInstruction(message_ids::kPasswordOnTokenInvalid);
-  for (DWORD field : {fields::kPassword, fields::kConfirmPassword, fields::kPin}) m_tile->CPCESetFieldString(field, L"");
-  m_tile->CPCESetFieldInteractiveState(fields::kPassword, CPFIS_FOCUSED);
-  m_tile->CPCE2EndFieldUpdates();
+  emptyPasswordInput(fields::kPassword, fields::kConfirmPassword);
 }
 
 void CCredentialCoreChangePasswordOnToken::Unload() {
   LogScope scope(m_log, "CCredentialCoreChangePasswordOnToken::Unload", this);
-  m_sequence.cancel();
-  takePending();
-  m_tile->CPCE2BeginFieldUpdates();
-  hideChangeFields();
-  m_tile->CPCESetFieldString(fields::kLargeText, L"");
-  m_tile->CPCESetFieldState(fields::kLargeText, CPFS_HIDDEN);
-  m_tile->CPCE2EndFieldUpdates();
+  leave();
 }
 
 }  // namespace lm2

@@ -41,7 +41,8 @@ const User* tileUserIn(const CtxTokenEngine4CP* context, const std::wstring& sid
 }  // namespace
 
 CCredentialCoreChangePasswordWithToken::CCredentialCoreChangePasswordWithToken(CCredentialStub* tile)
-    : CCredentialCorePasswordChange(tile, kUpdateTexts), m_generated((settings::changePasswordWithTokenFlags() & 1) != 0) {}
+    : CCredentialCorePasswordChange(tile, kUpdateTexts),
+      m_generated((settings::changePasswordWithTokenFlags() & 1) != 0) {}
 
 bool CCredentialCoreChangePasswordWithToken::pinChangeOffered() const {
   return !m_tile->IsNullPINUsed() && !m_tile->IsAskPINPossible();
@@ -57,7 +58,8 @@ void CCredentialCoreChangePasswordWithToken::show(View view) {
     showFields({fields::kOldPin, fields::kNewPin, fields::kConfirmPin}, true);
     m_tile->CPCESetFieldSubmitButton(fields::kSubmitButton, fields::kConfirmPin);
     m_tile->CPCESetFieldState(fields::kSubmitButton, CPFS_DISPLAY_IN_SELECTED_TILE);
-    m_tile->CPCESetFieldString(fields::kInitializeLink, resources::loadString(message_ids::kBackToPreviousView).c_str());
+    m_tile->CPCESetFieldString(fields::kInitializeLink,
+                               resources::loadString(message_ids::kBackToPreviousView).c_str());
     m_tile->CPCESetFieldInteractiveState(fields::kOldPin, CPFIS_FOCUSED);
   } else {
     showInstruction(m_generated ? message_ids::kPasswordIsGenerated : message_ids::kEnterNewPassword);
@@ -103,16 +105,13 @@ HRESULT CCredentialCoreChangePasswordWithToken::CommandLinkClicked(DWORD fieldId
 }
 
 HRESULT CCredentialCoreChangePasswordWithToken::GetSerialization(
-    CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response, CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization,
-    PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon, std::vector<DWORD>&) {
+    CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+    CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
+    CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon, std::vector<DWORD>&) {
   LogScope scope(m_log, "CCredentialCoreChangePasswordWithToken::GetSerialization", this);
   m_changeSent = false;
   takePending();  // an earlier submit that Windows never answered
-  if (user() == nullptr) {
-    logging::error(m_log, "can not find related user in user list...");
-    resources::setErrorStatus(message_ids::kInternalError, statusText, statusIcon);
-    return E_UNEXPECTED;
-  }
+  if (!haveUser(statusText, statusIcon)) return E_UNEXPECTED;
   if (m_view == View::Pin) return changePin(statusText, statusIcon);
   if (!m_generated && !sameEntries(fields::kNewPassword, fields::kConfirmPassword, statusText, statusIcon)) {
     return E_UNEXPECTED;
@@ -160,7 +159,8 @@ HRESULT CCredentialCoreChangePasswordWithToken::changePin(PWSTR* statusText,
     return E_UNEXPECTED;
   }
   if (!result::succeeded(m_sequence.lastResultCode())) {
-    logging::error(m_log, "failed to change pin (0x%016llx)", static_cast<unsigned long long>(m_sequence.lastResultCode()));
+    logging::error(m_log, "failed to change pin (0x%016llx)",
+                   static_cast<unsigned long long>(m_sequence.lastResultCode()));
     resources::setErrorStatus(message_ids::kPinNotChanged, statusText, statusIcon);
     return E_UNEXPECTED;
   }
@@ -194,11 +194,7 @@ HRESULT CCredentialCoreChangePasswordWithToken::ReportResult(NTSTATUS status, NT
 }
 
 void CCredentialCoreChangePasswordWithToken::refused() {
-  m_tile->CPCE2BeginFieldUpdates();
-  for (DWORD field : {fields::kNewPassword, fields::kConfirmPassword, fields::kPin}) {
-    m_tile->CPCESetFieldString(field, L"");
-  }
-  m_tile->CPCE2EndFieldUpdates();
+  emptyPasswordInput(fields::kNewPassword, fields::kConfirmPassword);
 }
 
 void CCredentialCoreChangePasswordWithToken::Unload() {

@@ -1,6 +1,7 @@
 #include "cores/GeneratedPassword.h"
 
 #include <windows.h>
+// bcrypt.h needs windows.h first.
 #include <bcrypt.h>
 
 #include <cwchar>
@@ -21,8 +22,8 @@ constexpr unsigned kAlphabetSize = sizeof(kAlphabet) / sizeof(wchar_t) - 1;
 constexpr unsigned kUnbiasedLimit = 256 - 256 % kAlphabetSize;
 
 bool randomBytes(std::vector<unsigned char>& bytes) {
-  return BCRYPT_SUCCESS(::BCryptGenRandom(nullptr, bytes.data(), static_cast<ULONG>(bytes.size()),
-                                          BCRYPT_USE_SYSTEM_PREFERRED_RNG));
+  return BCRYPT_SUCCESS(
+      ::BCryptGenRandom(nullptr, bytes.data(), static_cast<ULONG>(bytes.size()), BCRYPT_USE_SYSTEM_PREFERRED_RNG));
 }
 
 bool coversAllClasses(const std::wstring& text) {

@@ -159,7 +159,8 @@ HRESULT CCredentialCoreKnownUserLogonDefaultImpl::GetSerialization(
 HRESULT CCredentialCoreKnownUserLogonDefaultImpl::ReportResult(NTSTATUS status, NTSTATUS subStatus, PWSTR* statusText,
                                                                CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
   LogScope scope(m_log, "CCredentialCoreKnownUserLogonDefaultImpl::ReportResult", this);
-  m_logon.reportResult(GetTypeIndex(), m_relatedUser.get(), tokenEngineContext(), status, subStatus, statusText, statusIcon);
+  m_logon.reportResult(GetTypeIndex(), m_relatedUser.get(), tokenEngineContext(), status, subStatus, statusText,
+                       statusIcon);
   return S_OK;
 }
 

@@ -20,9 +20,9 @@ constexpr NTSTATUS kLogonFailure = static_cast<NTSTATUS>(0xC000006D);
 // The system's message for a Win32 error, without its line break; empty when it has none.
 std::wstring systemMessage(DWORD error) {
   wchar_t* text = nullptr;
-  const DWORD length = ::FormatMessageW(
-      FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0,
-      reinterpret_cast<wchar_t*>(&text), 0, nullptr);
+  const DWORD length =
+      ::FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                       nullptr, error, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
   std::wstring message(text ? text : L"", length);
   if (text) ::LocalFree(text);
   while (!message.empty() && (message.back() == L'\n' || message.back() == L'\r' || message.back() == L' ')) {
@@ -135,6 +135,47 @@ void CCredentialCorePasswordChange::showFields(std::initializer_list<DWORD> ids,
 void CCredentialCorePasswordChange::showInstruction(UINT id) {
   m_tile->CPCESetFieldString(fields::kSmallText, resources::loadString(id).c_str());
   m_tile->CPCESetFieldState(fields::kSmallText, CPFS_DISPLAY_IN_SELECTED_TILE);
+}
+
+bool CCredentialCorePasswordChange::haveUser(PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) const {
+  if (m_user) return true;
+  logging::error(m_log, "can not find related user in user list...");
+  resources::setErrorStatus(message_ids::kInternalError, statusText, statusIcon);
+  return false;
+}
+
+void CCredentialCorePasswordChange::reportLogon() {
+  if (!m_user || m_tile->getUsageScenario() == CPUS_CREDUI) return;
+  logging::info(m_log, "credentials are correct...contact service for token observation");
+  m_sequence.reportLogonToService(*m_user, tokenEngineContext());
+}
+
+void CCredentialCorePasswordChange::showPasswordInput(UINT instruction, DWORD first, DWORD second) {
+  m_tile->CPCE2BeginFieldUpdates();
+  showInstruction(instruction);
+  m_tile->CPCESetFieldString(fields::kLargeText, L"");
+  m_tile->CPCESetFieldState(fields::kLargeText, CPFS_DISPLAY_IN_BOTH);
+  showFields({first, second}, true);
+  m_sequence.showLogonInput(second);
+  m_tile->CPCESetFieldInteractiveState(first, CPFIS_FOCUSED);
+  m_tile->CPCE2EndFieldUpdates();
+}
+
+void CCredentialCorePasswordChange::emptyPasswordInput(DWORD first, DWORD second) {
+  m_tile->CPCE2BeginFieldUpdates();
+  for (DWORD field : {first, second, static_cast<DWORD>(fields::kPin)}) m_tile->CPCESetFieldString(field, L"");
+  m_tile->CPCESetFieldInteractiveState(first, CPFIS_FOCUSED);
+  m_tile->CPCE2EndFieldUpdates();
+}
+
+void CCredentialCorePasswordChange::leave() {
+  m_sequence.cancel();
+  takePending();
+  m_tile->CPCE2BeginFieldUpdates();
+  hideChangeFields();
+  m_tile->CPCESetFieldString(fields::kLargeText, L"");
+  m_tile->CPCESetFieldState(fields::kLargeText, CPFS_HIDDEN);
+  m_tile->CPCE2EndFieldUpdates();
 }
 
 void CCredentialCorePasswordChange::hideChangeFields() {

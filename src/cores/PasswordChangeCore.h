@@ -52,12 +52,25 @@ class CCredentialCorePasswordChange : public CCredentialCoreBase {
   void keepPending(SecretWString password);
   SecretWString takePending();
 
+  // 129 with the error icon when the state has no user (a submit it cannot serve).
+  bool haveUser(PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) const;
+  // Reports the logon of the state's user for monitoring (not in CredUI), with Retry/Cancel.
+  void reportLogon();
+
   // Shows (selected tile only) or hides and empties `ids`, inside the caller's batch.
   void showFields(std::initializer_list<DWORD> ids, bool show);
   // The instruction line under the tile's name.
   void showInstruction(UINT id);
-  // Hides everything these states show, in one batch (Unload).
+  // In one batch: `instruction`, the user's name (filled in by takeUser), the two password fields
+  // `first` (focused) and `second`, and the PIN.
+  void showPasswordInput(UINT instruction, DWORD first, DWORD second);
+  // The two password fields and the PIN emptied, `first` focused: after a refusal.
+  void emptyPasswordInput(DWORD first, DWORD second);
+  // Hides everything these states show, inside the caller's batch.
   void hideChangeFields();
+  // Unload of a state that shows the user's name: waits end, the new password goes, every field
+  // is hidden.
+  void leave();
 
   TokenLogonSequence m_sequence;
 

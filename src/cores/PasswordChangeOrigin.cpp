@@ -9,8 +9,8 @@ namespace {
 
 bool sameUser(const User& left, const User& right) {
   if (left.isResolved() && right.isResolved() && left.sid() && right.sid()) return ::EqualSid(left.sid(), right.sid());
-  return !left.isResolved() && !right.isResolved() && ::lstrcmpiW(left.qualifiedName().c_str(),
-                                                                  right.qualifiedName().c_str()) == 0;
+  return !left.isResolved() && !right.isResolved() &&
+         ::lstrcmpiW(left.qualifiedName().c_str(), right.qualifiedName().c_str()) == 0;
 }
 
 }  // namespace

@@ -90,7 +90,14 @@ HRESULT TokenLogonSequence::serialize(const User& user, const CtxTokenEngine4CP*
   if (!provePin(user, own, fields::kPin, statusText, statusIcon)) return E_UNEXPECTED;
   SecretWString password;
   if (!readPassword(user, own, password, statusText, statusIcon)) return E_UNEXPECTED;
-  const HRESULT hr = m_tile->packLogon(response, serialization, statusText, statusIcon, user, password.get().c_str());
+  return pack(user, password.get(), response, serialization, statusText, statusIcon);
+}
+
+HRESULT TokenLogonSequence::pack(const User& user, const std::wstring& password,
+                                 CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+                                 CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
+                                 CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
+  const HRESULT hr = m_tile->packLogon(response, serialization, statusText, statusIcon, user, password.c_str());
   if (FAILED(hr)) {
     logging::error(m_log, "failed to pack credentials");
     resources::setErrorStatus(message_ids::kPackingFailed, statusText, statusIcon);
@@ -103,9 +110,10 @@ bool TokenLogonSequence::provePin(const User& user, const CtxTokenEngine4CP* own
   bool arrived = true;
   if (m_tile->IsAskPINPossible()) {
     logging::debug(m_log, "do alternative authentication path");
-    arrived = run(m_pinPadRoutine, own, [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
-      engine.AskPINAsync(context, user);
-    });
+    arrived = run(m_pinPadRoutine, own,
+                  [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
+                    engine.AskPINAsync(context, user);
+                  });
   } else if (!m_tile->IsNullPINUsed()) {
     logging::debug(m_log, "null pin is not used...check pin...");
     const SecretWString pin(m_tile->GetFieldString(pinField));

@@ -76,6 +76,11 @@ class TokenLogonSequence {
   // Replaces the user's password on the token with `password` (the one Windows now has). A failure
   // is told in a message box (133) on LogonUI's window.
   bool replacePasswordOnToken(const User& user, const CtxTokenEngine4CP* own, const std::wstring& password);
+  // Packs the logon of `user` with `password` for the tile's scenario; 128 when that fails.
+  HRESULT pack(const User& user, const std::wstring& password,
+               CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+               CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
+               CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
   // Changes the token's PIN; the code is lastResultCode() afterwards.
   bool changePin(const Token& token, const CtxTokenEngine4CP* own, const std::wstring& oldPin,
                  const std::wstring& newPin);
@@ -84,8 +89,8 @@ class TokenLogonSequence {
   void update(const CtxTokenEngine4CP* context);
   // What follows Windows' verdict on the logon of `user` (null: no user, nothing to report) in the
   // state `from`.
-  void reportResult(std::type_index from, const User* user, const CtxTokenEngine4CP* own, NTSTATUS status, NTSTATUS subStatus,
-                    PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
+  void reportResult(std::type_index from, const User* user, const CtxTokenEngine4CP* own, NTSTATUS status,
+                    NTSTATUS subStatus, PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
   // Ends the present wait and every later one.
   void cancel() noexcept;
   bool cancelled() const noexcept { return m_cancelled.load(); }
