@@ -266,4 +266,12 @@ ExtendedResult User::DoLookupLocal(const std::wstring& user, std::vector<BYTE>& 
   return result::fromWin32(ERROR_NONE_MAPPED);
 }
 
+const User* findResolvedUser(const std::vector<User>& users, PSID sid) {
+  if (sid == nullptr) return nullptr;
+  for (const User& user : users) {
+    if (user.isResolved() && user.sid() && ::IsValidSid(user.sid()) && ::EqualSid(user.sid(), sid)) return &user;
+  }
+  return nullptr;
+}
+
 }  // namespace lm2

@@ -76,4 +76,8 @@ class User {
   std::shared_ptr<void> m_sharedData;
 };
 
+// The first user of `users` that resolved to an account whose SID is `sid`; null when none is (or
+// `sid` is null).
+const User* findResolvedUser(const std::vector<User>& users, PSID sid);
+
 }  // namespace lm2

@@ -115,7 +115,7 @@ HRESULT CCredentialCoreChangePasswordIsMandatory::ReportResult(NTSTATUS status, 
     setWindowsStatus(status, subStatus, statusText, statusIcon);
     refused();
     // Windows did not take the token's copy as the old password: it is outdated as well.
-    if (status == static_cast<NTSTATUS>(0xC000006D)) post(TokenLogonSequence::kLogonFailureCode);
+    if (status == TokenLogonSequence::kLogonFailure) post(TokenLogonSequence::kLogonFailureCode);
     return S_OK;
   }
   logging::info(m_log, "password changed...replace password on token");

@@ -86,7 +86,7 @@ HRESULT CCredentialCoreChangePasswordOnToken::ReportResult(NTSTATUS status, NTST
   // Whatever Windows said, the typed password leaves this state with this call.
   const SecretWString typed = takePending();
   if (user() == nullptr) return S_OK;
-  if (status == static_cast<NTSTATUS>(0xC000006D) && subStatus == 0) {
+  if (status == TokenLogonSequence::kLogonFailure && subStatus == 0) {
     logging::info(m_log, "invalid username or password");
     refused();
     post(TokenLogonSequence::kLogonFailureCode);

@@ -32,10 +32,7 @@ const User* tileUserIn(const CtxTokenEngine4CP* context, const std::wstring& sid
   const auto* list = context ? context->getResultAs<AsyncResultListUsers>() : nullptr;
   UniqueLocalSid sid;
   if (list == nullptr || sidString.empty() || !::ConvertStringSidToSidW(sidString.c_str(), sid.put())) return nullptr;
-  for (const User& user : list->getUsers()) {
-    if (user.isResolved() && user.sid() && ::EqualSid(user.sid(), sid.get())) return &user;
-  }
-  return nullptr;
+  return findResolvedUser(list->getUsers(), sid.get());
 }
 
 }  // namespace
@@ -199,11 +196,7 @@ void CCredentialCoreChangePasswordWithToken::refused() {
 
 void CCredentialCoreChangePasswordWithToken::Unload() {
   LogScope scope(m_log, "CCredentialCoreChangePasswordWithToken::Unload", this);
-  m_sequence.cancel();
-  takePending();
-  m_tile->CPCE2BeginFieldUpdates();
-  hideChangeFields();
-  m_tile->CPCE2EndFieldUpdates();
+  leave();
 }
 
 }  // namespace lm2

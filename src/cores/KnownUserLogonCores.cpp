@@ -28,10 +28,6 @@ constexpr TokenLogonSequence::UpdateTexts kUpdateTexts{
     nullptr,
 };
 
-bool hasSid(const User& user, PSID sid) {
-  return sid != nullptr && user.isResolved() && user.sid() != nullptr && ::EqualSid(user.sid(), sid);
-}
-
 }  // namespace
 
 CCredentialCoreKnownUserLogonDefaultImpl::CCredentialCoreKnownUserLogonDefaultImpl(CCredentialStub* tile)
@@ -110,12 +106,7 @@ void CCredentialCoreKnownUserLogonDefaultImpl::PostLoad(const CtxTokenEngine4CP*
       const std::wstring text = m_tile->getUserSidString();
       if (!text.empty() && ::ConvertStringSidToSidW(text.c_str(), tileSid.put())) sid = tileSid.get();
     }
-    for (const User& user : users) {
-      if (hasSid(user, sid)) {
-        found = &user;
-        break;
-      }
-    }
+    found = findResolvedUser(users, sid);
   }
   if (found == nullptr) {
     logging::error(m_log, "can not find related user in user list...");

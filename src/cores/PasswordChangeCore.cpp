@@ -5,6 +5,7 @@
 
 #include "cores/MessageIds.h"
 #include "cores/PasswordChangeOrigin.h"
+#include "cores/TransitionPredicates.h"
 #include "credential/CredentialStub.h"
 #include "logging/LogScope.h"
 #include "platform/ModuleResources.h"
@@ -14,8 +15,6 @@
 namespace lm2 {
 
 namespace {
-
-constexpr NTSTATUS kLogonFailure = static_cast<NTSTATUS>(0xC000006D);
 
 // The system's message for a Win32 error, without its line break; empty when it has none.
 std::wstring systemMessage(DWORD error) {
@@ -44,8 +43,7 @@ CCredentialCorePasswordChange::~CCredentialCorePasswordChange() { m_sequence.can
 void CCredentialCorePasswordChange::PreUnload(const CtxTokenEngine4CP*) { m_sequence.cancel(); }
 
 void CCredentialCorePasswordChange::Update(const CtxTokenEngine4CP* context) {
-  const AsyncResult* result = context ? context->getResult() : nullptr;
-  if (result && static_cast<std::uint32_t>(result->getResultCode()) == static_cast<std::uint32_t>(kLogonFailure)) {
+  if (predicates::logonFailure(m_tile, context)) {
     // The state showed the refusal when Windows reported it; the table keeps the state.
     logging::debug(m_log, "refused by Windows...state stays");
     return;
@@ -153,6 +151,7 @@ void CCredentialCorePasswordChange::reportLogon() {
 void CCredentialCorePasswordChange::showPasswordInput(UINT instruction, DWORD first, DWORD second) {
   m_tile->CPCE2BeginFieldUpdates();
   showInstruction(instruction);
+  m_showsName = true;
   m_tile->CPCESetFieldString(fields::kLargeText, L"");
   m_tile->CPCESetFieldState(fields::kLargeText, CPFS_DISPLAY_IN_BOTH);
   showFields({first, second}, true);
@@ -173,8 +172,11 @@ void CCredentialCorePasswordChange::leave() {
   takePending();
   m_tile->CPCE2BeginFieldUpdates();
   hideChangeFields();
-  m_tile->CPCESetFieldString(fields::kLargeText, L"");
-  m_tile->CPCESetFieldState(fields::kLargeText, CPFS_HIDDEN);
+  // The name the tile shows of its own (Ctrl+Alt+Del) stays.
+  if (m_showsName) {
+    m_tile->CPCESetFieldString(fields::kLargeText, L"");
+    m_tile->CPCESetFieldState(fields::kLargeText, CPFS_HIDDEN);
+  }
   m_tile->CPCE2EndFieldUpdates();
 }
 

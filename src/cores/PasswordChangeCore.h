@@ -68,14 +68,14 @@ class CCredentialCorePasswordChange : public CCredentialCoreBase {
   void emptyPasswordInput(DWORD first, DWORD second);
   // Hides everything these states show, inside the caller's batch.
   void hideChangeFields();
-  // Unload of a state that shows the user's name: waits end, the new password goes, every field
-  // is hidden.
+  // Unload: waits end, the new password goes, every field this state showed is hidden.
   void leave();
 
   TokenLogonSequence m_sequence;
 
  private:
   std::unique_ptr<User> m_user;
+  bool m_showsName = false;
   std::mutex m_pendingLock;
   SecretWString m_pending;
 };

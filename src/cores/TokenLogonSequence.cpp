@@ -15,7 +15,6 @@ using Routine = TokenEngineCompletion;
 
 namespace {
 
-constexpr NTSTATUS kLogonFailure = static_cast<NTSTATUS>(0xC000006D);
 constexpr NTSTATUS kPasswordExpired = static_cast<NTSTATUS>(0xC0000071);
 constexpr NTSTATUS kPasswordMustChange = static_cast<NTSTATUS>(0xC0000224);
 constexpr UINT kRetryCancelWarning = MB_RETRYCANCEL | MB_ICONWARNING;

@@ -115,6 +115,8 @@ class TokenLogonSequence {
   // to log on again for that (true when it did).
   bool changeOnlyAfterLogon(PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) const;
   static constexpr ExtendedResult kPasswordMustChangeCode = 0xC0100000C0000224ull;
+  // Windows refused the password (wrong user name or password), and that verdict as a result.
+  static constexpr NTSTATUS kLogonFailure = static_cast<NTSTATUS>(0xC000006D);
   static constexpr ExtendedResult kLogonFailureCode = 0xC0100000C000006Dull;
   // Windows' verdict on the logon of `user` as a result of this state's context `own`, for the
   // transition table (no explicit target: the table's rows for the code decide). It carries the

@@ -61,12 +61,7 @@ const std::vector<User>* usersOf(const CCredentialStub* tile, const CtxTokenEngi
   return result ? &result->getUsers() : nullptr;
 }
 
-bool resolvedUserHasSid(const std::vector<User>& users, PSID sid) {
-  for (const User& user : users) {
-    if (user.isResolved() && user.sid() && ::IsValidSid(user.sid()) && ::EqualSid(user.sid(), sid)) return true;
-  }
-  return false;
-}
+bool resolvedUserHasSid(const std::vector<User>& users, PSID sid) { return findResolvedUser(users, sid) != nullptr; }
 
 // Whether a resolved user of the list is the tile's user. Empty when the tile has no user SID or
 // it does not convert.
