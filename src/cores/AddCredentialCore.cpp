@@ -159,6 +159,18 @@ HRESULT CCredentialCoreAddCredential::GetSerialization(
     CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response, CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization,
     PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon, std::vector<DWORD>&) {
   LogScope scope(m_log, "CCredentialCoreAddCredential::GetSerialization", this);
+  const HRESULT hr = serialize(response, serialization, statusText, statusIcon);
+  // The token PIN of this state has its own field, which the tile does not empty after a submit:
+  // a PIN, right or wrong, must not stay in the box.
+  m_tile->CPCE2BeginFieldUpdates();
+  m_tile->CPCESetFieldString(fields::kSecondPin, L"");
+  m_tile->CPCE2EndFieldUpdates();
+  return hr;
+}
+
+HRESULT CCredentialCoreAddCredential::serialize(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+                                                CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization,
+                                                PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
   takePending();  // an earlier submit that Windows never answered
   const std::optional<Token> token = m_tile->GetRelatedToken();
   if (!token) {

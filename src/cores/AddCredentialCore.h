@@ -49,6 +49,10 @@ class CCredentialCoreAddCredential : public CCredentialCoreBase {
   static std::wstring loggedOnUserName(CREDENTIAL_PROVIDER_USAGE_SCENARIO scenario);
 
  private:
+  // GetSerialization without the emptying of the PIN field that follows it on every path.
+  HRESULT serialize(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+                    CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
+                    CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
   // A typed account and password between the submit and Windows' verdict.
   struct Pending {
     User user;

@@ -11,7 +11,8 @@ using logging::LogScope;
 CCredentialCoreBase::CCredentialCoreBase(CCredentialStub* tile)
     : m_log(logging::getCategory(logging::categories::kCredentialProviderCore)),
       m_controlLog(logging::getCategory(logging::categories::kCoreControlHandling)),
-      m_tile(tile) {}
+      m_tile(tile),
+      m_serial(CtxTokenEngine4CP::nextNumber()) {}
 
 CCredentialCoreBase::~CCredentialCoreBase() = default;
 
@@ -90,7 +91,10 @@ HRESULT CCredentialCoreBase::GetFieldOptions(DWORD, CREDENTIAL_PROVIDER_CREDENTI
 
 void CCredentialCoreBase::PostLoad(const CtxTokenEngine4CP* context) {
   LogScope scope(m_log, "CCredentialCoreBase::PostLoad", this);
-  if (context != nullptr) m_context = context->copy();
+  if (context == nullptr) return;
+  m_context = context->copy();
+  // What this state starts from here on is its own: it reaches only this core.
+  m_context->setOrigin(m_serial);
 }
 
 void CCredentialCoreBase::OnSetStringValueCalled(DWORD, const wchar_t*) {

@@ -6,6 +6,7 @@
 
 #include <windows.h>
 
+#include <cstdint>
 #include <memory>
 #include <typeindex>
 #include <vector>
@@ -59,6 +60,9 @@ class CCredentialCoreBase {
   virtual void OnSubmitButtonInvoked();
 
   const CtxTokenEngine4CP* tokenEngineContext() const noexcept { return m_context.get(); }
+  // This core's number: results of the operations it starts carry it, and the tile drops those
+  // that arrive once another core is current (even one of the same state).
+  std::uint64_t serial() const noexcept { return m_serial; }
 
  protected:
   logging::Category& m_log;
@@ -66,6 +70,7 @@ class CCredentialCoreBase {
   CCredentialStub* const m_tile;
 
  private:
+  const std::uint64_t m_serial;
   std::unique_ptr<CtxTokenEngine4CP> m_context;
 };
 

@@ -149,6 +149,11 @@ HRESULT CCredentialCoreInitializeToken::GetCheckboxValue(DWORD, BOOL* checked, P
 
 HRESULT CCredentialCoreInitializeToken::SetCheckboxValue(DWORD, BOOL checked) {
   LogScope scope(m_controlLog, "CCredentialCoreInitializeToken::SetCheckboxValue", this);
+  if (checked && !m_nullPinAllowed) {
+    // The check box is hidden then; a caller that ticks it all the same gets no token without PIN.
+    logging::error(m_log, "a token without PIN protection is not allowed by the administrator");
+    return E_INVALIDARG;
+  }
   setUseNullPIN(checked != FALSE);
   return S_OK;
 }
@@ -162,6 +167,11 @@ void CCredentialCoreInitializeToken::refuseInput(UINT messageId) {
 
 HRESULT CCredentialCoreInitializeToken::CommandLinkClicked(DWORD) {
   LogScope scope(m_log, "CCredentialCoreInitializeToken::CommandLinkClicked", this);
+  if (m_state == kInitializing) {
+    // A second click while the token is being initialised: it cannot be started twice.
+    logging::warn(m_log, "the token is already being initialized...click ignored");
+    return S_OK;
+  }
   m_errorCode = kNoErrorCode;
   const std::wstring label = m_labelWanted ? m_tile->GetFieldString(fields::kTokenLabel) : std::wstring();
   const SecretWString pin(m_tile->GetFieldString(fields::kPin));
@@ -192,9 +202,8 @@ HRESULT CCredentialCoreInitializeToken::CommandLinkClicked(DWORD) {
   }
   setState(kInitializing);
   // The provider hands the result back only while this tile still holds the token it names.
-  auto context = std::make_shared<CtxTokenEngine4CP>(own->completion(), m_tile, own->getProvider(),
-                                                     std::make_shared<CtxDataWithData<Token>>(nullptr, *token),
-                                                     typeid(void), TokenEngineCompletion::TokenEngineInitializeTokenCompletion);
+  auto context = own->forOperation(m_tile, TokenEngineCompletion::TokenEngineInitializeTokenCompletion,
+                                   std::make_shared<CtxDataWithData<Token>>(nullptr, *token));
   static const std::wstring kWithoutPin;
   const std::wstring& pinToSet = m_useNullPin ? kWithoutPin : pin.get();
   engine->InitializeTokenAsync(context, *token, label, pinToSet, m_useNullPin);

@@ -180,10 +180,15 @@ HRESULT CCredentialCoreMessageWithLink::CommandLinkClicked(DWORD) {
   // The table takes the "target named" row and makes the state the link offers. That state starts
   // token engine operations of its own: it gets the way back to this tile (the provider's delivery)
   // and the token from the context that brought this state.
+  // A second click before the tile moved on asks again for the same state: the request of this
+  // state that comes after the first finds the new state current and is dropped.
   const CtxTokenEngine4CP* own = tokenEngineContext();
-  CtxTokenEngine4CP request(own ? own->completion() : nullptr, m_tile, own ? own->getProvider() : nullptr,
-                            own ? own->getData() : nullptr, m_linkTarget);
-  m_tile->EnqueueAsyncContext(request);
+  if (own == nullptr) {
+    CtxTokenEngine4CP request(nullptr, m_tile, nullptr, nullptr, m_linkTarget);
+    m_tile->EnqueueAsyncContext(request);
+    return S_OK;
+  }
+  m_tile->EnqueueAsyncContext(*own->forOperation(m_tile, TokenEngineCompletion::None, own->getData(), m_linkTarget));
   return S_OK;
 }
 

@@ -35,10 +35,11 @@ void PasswordChangeOrigin::post(CCredentialStub& tile, const CtxTokenEngine4CP& 
     users.push_back(*user);
   }
   auto origin = std::make_shared<PasswordChangeOrigin>(state, user ? std::optional<User>(*user) : std::nullopt);
-  CtxTokenEngine4CP verdict(own.completion(), &tile, own.getProvider(), std::move(origin), typeid(void),
-                            own.getRoutine());
-  verdict.setResult(std::make_unique<AsyncResultListUsers>(code, std::move(users)));
-  tile.EnqueueAsyncContext(verdict);
+  // Posted by the state that got the verdict: a second verdict for it (reported twice) finds
+  // another state current and is dropped.
+  std::shared_ptr<CtxTokenEngine4CP> verdict = own.forOperation(&tile, own.getRoutine(), std::move(origin));
+  verdict->setResult(std::make_unique<AsyncResultListUsers>(code, std::move(users)));
+  tile.EnqueueAsyncContext(*verdict);
 }
 
 }  // namespace lm2

@@ -34,6 +34,10 @@ TokenLogonSequence::TokenLogonSequence(CCredentialStub* tile, logging::Category&
       m_pinPadRoutine(pinPadRoutine),
       m_waitEvent(::CreateEventW(nullptr, FALSE, FALSE, nullptr)) {}
 
+ExtendedResult TokenLogonSequence::notYetAnswered() noexcept {
+  return result::fromHResult(static_cast<std::int32_t>(E_UNEXPECTED));
+}
+
 TokenLogonSequence::~TokenLogonSequence() = default;
 
 void TokenLogonSequence::cancel() noexcept {
@@ -45,9 +49,11 @@ bool TokenLogonSequence::run(Routine routine, const CtxTokenEngine4CP* own, cons
   if (m_cancelled || !m_waitEvent || own == nullptr) return false;
   m_resultReceived = false;
   ::ResetEvent(m_waitEvent.get());
-  // The provider routes the completion back to this tile; the tile hands it to this state.
-  auto context = std::make_shared<CtxTokenEngine4CP>(own->completion(), m_tile, own->getProvider(), nullptr,
-                                                     typeid(void), routine);
+  // The provider routes the completion back to this tile; the tile hands it to this state, which
+  // takes it only as the answer to this very operation.
+  auto context = own->forOperation(m_tile, routine);
+  m_awaitedOperation = context->operation();
+  m_lastResultCode = notYetAnswered();
   TokenEngineAbstractionLayer* engine = TokenEngineAbstractionLayer::acquirePublished();
   if (engine == nullptr) return false;
   issue(*engine, context);
@@ -106,6 +112,8 @@ HRESULT TokenLogonSequence::pack(const User& user, const std::wstring& password,
 
 bool TokenLogonSequence::provePin(const User& user, const CtxTokenEngine4CP* own, DWORD pinField, PWSTR* statusText,
                                   CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
+  // Only the answer to this step proves the PIN: nothing that came before counts.
+  m_lastResultCode = notYetAnswered();
   bool arrived = true;
   if (m_tile->IsAskPINPossible()) {
     logging::debug(m_log, "do alternative authentication path");
@@ -145,8 +153,11 @@ bool TokenLogonSequence::readPassword(const User& user, const CtxTokenEngine4CP*
                              engine.GetPasswordForUserAsync(context, user);
                            });
   // The result's copy moves out of the member at once: the member never outlives this call.
-  password = std::move(m_password);
-  m_password = SecretWString();
+  {
+    std::lock_guard<std::mutex> guard(m_passwordLock);
+    password = std::move(m_password);
+    m_password = SecretWString();
+  }
   if (m_cancelled) {
     password = SecretWString();
     return false;
@@ -181,7 +192,7 @@ bool TokenLogonSequence::replacePasswordOnToken(const User& user, const CtxToken
 
 bool TokenLogonSequence::changePin(const Token& token, const CtxTokenEngine4CP* own, const std::wstring& oldPin,
                                    const std::wstring& newPin) {
-  m_lastResultCode = result::fromHResult(static_cast<std::int32_t>(E_UNEXPECTED));
+  m_lastResultCode = notYetAnswered();
   // A PIN change proves the old PIN: its result comes back as the state's PIN check.
   return run(Routine::TokenEngineCheckPINCompletion, own,
              [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
@@ -198,6 +209,14 @@ void TokenLogonSequence::showError(UINT text) const {
 
 void TokenLogonSequence::update(const CtxTokenEngine4CP* context) {
   if (context == nullptr) return;
+  if (context->operation() != m_awaitedOperation.load()) {
+    // The answer to an operation this state gave up on (or never started): it must not stand in
+    // for the one the state waits for now.
+    logging::info(m_log, "dropping the result of operation %llu: this state waits for %llu",
+                  static_cast<unsigned long long>(context->operation()),
+                  static_cast<unsigned long long>(m_awaitedOperation.load()));
+    return;
+  }
   m_resultReceived = false;
   const Routine routine = context->getRoutine();
   const ExtendedResult code = codeOf(*context);
@@ -230,6 +249,7 @@ void TokenLogonSequence::update(const CtxTokenEngine4CP* context) {
       } else if (password == nullptr) {
         logging::error(m_log, "failed to cast async result");
       } else {
+        std::lock_guard<std::mutex> guard(m_passwordLock);
         m_password = SecretWString(password->getData());
       }
       m_passwordObtained = password != nullptr;

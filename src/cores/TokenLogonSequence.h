@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <typeindex>
 
 #include "account/User.h"
@@ -126,14 +127,20 @@ class TokenLogonSequence {
   void showError(UINT text) const;
 
  private:
+  static ExtendedResult notYetAnswered() noexcept;
+
   CCredentialStub* const m_tile;
   logging::Category& m_log;
   const UpdateTexts m_texts;
   const TokenEngineCompletion m_pinPadRoutine;
   UniqueHandle m_waitEvent;
+  // Written by the handler thread, taken by LogonUI's.
+  std::mutex m_passwordLock;
   SecretWString m_password;
   std::atomic<bool> m_passwordObtained{false};
-  std::atomic<std::uint64_t> m_lastResultCode{0};
+  // Failed until an answer says otherwise.
+  std::atomic<std::uint64_t> m_lastResultCode{notYetAnswered()};
+  std::atomic<std::uint64_t> m_awaitedOperation{0};
   std::atomic<bool> m_resultReceived{false};
   std::atomic<bool> m_cancelled{false};
   std::atomic<bool> m_notificationSucceeded{false};

@@ -52,7 +52,7 @@ CCredentialStub::~CCredentialStub() {
     ChangeCurrentCore(nullptr, false);
     {
       std::lock_guard<std::mutex> guard(m_tokenLock);
-      m_relatedToken.reset();
+      std::atomic_store(&m_relatedToken, std::shared_ptr<const Token>());
     }
     SetTokenCapability(nullptr);
   } catch (...) {
@@ -112,6 +112,7 @@ HRESULT CCredentialStub::Initialize(CREDENTIAL_PROVIDER_USAGE_SCENARIO scenario,
     std::lock_guard<std::mutex> guard(m_coreLock);
     auto first = std::make_shared<CCredentialCoreInitializeEngineMessage>(this);
     std::atomic_store(&m_core, std::shared_ptr<CCredentialCoreBase>(first));
+    m_firstCore = true;
     return first->Load();
   });
 }

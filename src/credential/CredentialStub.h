@@ -52,6 +52,8 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   // the tiles: the provider calls this before it hands the tile out, so that changing the password
   // and unlocking name that user.
   void PrepareForWindows7();
+  // Whether Initialize got as far as the tile's first state (a tile without one is not shown).
+  bool hasFirstCore() const noexcept { return m_firstCore.load(); }
   // Forgets the provider: called before the provider releases the tile, so that no queued result
   // reaches a provider that is gone.
   void UnInitialize();
@@ -94,9 +96,14 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   HRESULT SetFieldState(DWORD fieldId, CREDENTIAL_PROVIDER_FIELD_STATE state);
   HRESULT SetFieldInteractiveState(DWORD fieldId, CREDENTIAL_PROVIDER_FIELD_INTERACTIVE_STATE state);
 
+  // Read without the token lock, so that a state may ask for it while LogonUI's call holds the
+  // core lock (the token lock comes before the core lock).
   std::optional<Token> GetRelatedToken() const;
   // Binds the tile to a token (or, with null, unbinds it) and starts over in the matching state.
-  void SetRelatedToken(const Token* token);
+  // `binding` is the provider's number for this connection of the token (a new one when 0); the
+  // results asked for an earlier binding are dropped from then on.
+  void SetRelatedToken(const Token* token, std::uint64_t binding = 0);
+  std::uint64_t bindingId() const noexcept { return m_binding.load(); }
   std::optional<User> GetSelectedTEUser() const;
   void SetSelectedTEUser(const User* user);
   void SetTokenCapability(const TokenCapability* capability);
@@ -204,6 +211,9 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   // The handler thread (Part of the tile's own state machine).
   void AsyncResultHandlerFunction();
   void handleResult(std::unique_ptr<CtxTokenEngine4CP> entry);
+  // A result for a binding the tile no longer has, or of a state that is no longer current: it
+  // was asked for by someone who has gone, and must not move the present state.
+  bool isStale(const CtxTokenEngine4CP& context, std::uint64_t currentCore) const;
   void changeCoreFor(std::type_index target, const StateTransitionCondition& edge, const CtxTokenEngine4CP& context);
   // Waits until the provider allows a state change; false when the tile is being destroyed.
   bool waitUntilReenumeratePossible();
@@ -229,7 +239,8 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   logging::Category& m_fieldLog;
   std::atomic<DWORD> m_submitNeighbour{fields::kConclusion};
   DWORD m_tileParameter = 0;
-  std::optional<Token> m_relatedToken;
+  std::shared_ptr<const Token> m_relatedToken;  // replaced under the token lock, read atomically
+  std::atomic<std::uint64_t> m_binding{0};
   mutable std::mutex m_tokenLock;
   NullDaclEvent m_stopEvent;
   NullDaclEvent m_resultAvailableEvent;
@@ -251,6 +262,7 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   std::atomic<TokenEngineCompletion> m_handledCompletion{TokenEngineCompletion::None};
   std::atomic<bool> m_defaultTile{false};
   std::atomic<bool> m_autoLogon{false};
+  std::atomic<bool> m_firstCore{false};
   std::thread m_handlerThread;
 };
 

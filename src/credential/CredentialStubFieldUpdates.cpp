@@ -168,26 +168,29 @@ void CCredentialStub::ResetAllCriticalStrings(const std::vector<DWORD>& keep) {
 }
 
 std::optional<Token> CCredentialStub::GetRelatedToken() const {
-  std::lock_guard<std::mutex> guard(m_tokenLock);
-  return m_relatedToken;
+  const std::shared_ptr<const Token> token = std::atomic_load(&m_relatedToken);
+  return token ? std::optional<Token>(*token) : std::nullopt;
 }
 
-void CCredentialStub::SetRelatedToken(const Token* token) {
+void CCredentialStub::SetRelatedToken(const Token* token, std::uint64_t binding) {
   LogScope scope(m_log, "CCredentialStub::SetRelatedToken", this);
   std::lock_guard<std::mutex> processing(m_processingLock);
   std::lock_guard<std::mutex> tokenGuard(m_tokenLock);
   SetSelectedTEUser(nullptr);
-  m_relatedToken.reset();
+  std::atomic_store(&m_relatedToken, std::shared_ptr<const Token>());
   std::unique_ptr<CCredentialCoreBase> core;
   if (token != nullptr) {
     CPCEDeleteFieldComboBoxItem(kTheComboBox, static_cast<DWORD>(-1));
     CPCEAppendFieldComboBoxItem(kTheComboBox, resources::loadString(message_ids::kPleaseSelectUser).c_str());
-    m_relatedToken = *token;
+    std::atomic_store(&m_relatedToken, std::make_shared<const Token>(*token));
+    m_binding = binding != 0 ? binding : CtxTokenEngine4CP::nextNumber();
     core = std::make_unique<CCredentialCoreLoadTokenMessage>(this);
   } else {
+    m_binding = 0;
     SetTokenCapability(nullptr);
     core = std::make_unique<CCredentialCoreConnectTokenMessage>(this);
   }
+  logging::debug(m_log, "token binding is now %llu", static_cast<unsigned long long>(m_binding.load()));
   ClearAsyncResultQueue();
   ChangeCurrentCore(std::move(core), false);
   std::lock_guard<std::mutex> providerGuard(m_providerLock);

@@ -17,6 +17,11 @@ namespace lm2 {
 
 using logging::LogScope;
 
+namespace {
+// How often a tile whose provider is gone looks again whether it may change its state.
+constexpr DWORD kProviderGoneLook = 250;
+}  // namespace
+
 void CCredentialStub::EnqueueAsyncContext(const CtxTokenEngine4CP& context) {
   LogScope scope(m_log, "CCredentialStub::EnqueueAsyncContext", this);
   auto entry = context.copy();
@@ -117,10 +122,35 @@ void CCredentialStub::AsyncResultHandlerFunction() {
   logging::debug(m_log, "cancel AsyncResultHandlerFunction because stop event was set");
 }
 
+bool CCredentialStub::isStale(const CtxTokenEngine4CP& context, std::uint64_t currentCore) const {
+  const std::uint64_t binding = m_binding.load();
+  if (context.binding() != 0 && context.binding() != binding) {
+    logging::info(m_log, "dropping a result of token binding %llu: the tile is bound as %llu now",
+                  static_cast<unsigned long long>(context.binding()), static_cast<unsigned long long>(binding));
+    return true;
+  }
+  if (context.origin() != 0 && context.origin() != currentCore) {
+    logging::info(m_log, "dropping a result of state %llu: state %llu is current now",
+                  static_cast<unsigned long long>(context.origin()), static_cast<unsigned long long>(currentCore));
+    return true;
+  }
+  return false;
+}
+
 void CCredentialStub::handleResult(std::unique_ptr<CtxTokenEngine4CP> entry) {
   LogScope scope(m_log, "CCredentialStub::handleResult", this);
+  std::type_index current = typeid(void);
+  std::uint64_t currentCore = 0;
+  {
+    std::lock_guard<std::mutex> guard(m_coreLock);
+    if (m_core) {
+      current = m_core->GetTypeIndex();
+      currentCore = m_core->serial();
+    }
+  }
+  // The binding and the core change only under the processing lock, which this thread holds.
+  if (isStale(*entry, currentCore)) return;
   setHandledCompletion(entry->getRoutine());
-  const std::type_index current = currentCoreType();
   const StateTransitionTable::Match match = StateTransitionTable::instance().find(current, this, entry.get());
   m_changed.exchange(0);
   if (match.edge == nullptr) {
@@ -175,8 +205,11 @@ bool CCredentialStub::waitUntilReenumeratePossible() {
     }
     if (possible) return true;
     // Without a provider the tile is on its way out: it waits (and never changes state) until it is
-    // destroyed.
-    const DWORD sleep = !haveProvider ? 0 : (wait < 0 || wait >= 0xFFFFFFFFLL) ? 100 : static_cast<DWORD>(wait);
+    // destroyed, looking again now and then rather than spinning in LogonUI's process.
+    if (!haveProvider) logging::debug(m_log, "no provider...state change waits until the tile is released");
+    const DWORD sleep = !haveProvider                              ? kProviderGoneLook
+                        : (wait < 0 || wait >= 0xFFFFFFFFLL) ? 100
+                                                                   : static_cast<DWORD>(wait);
     if (stop.sleepUnlessStopped(sleep)) return false;
   }
 }

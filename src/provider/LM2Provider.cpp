@@ -33,12 +33,13 @@ CLM2Provider::CLM2Provider()
       m_link(std::make_shared<ProviderLink>()) {
   LogScope scope(m_log, "CLM2Provider::CLM2Provider", this);
   m_reenumerateDelay = settings::reenumerateDelay();  // with the Windows 7 rule applied
+  // Chosen before the worker starts: a choice that throws then unwinds past no running thread.
+  selectTokenEngineLayer();
+  m_referenceTime = WaitingQueue::now();
   m_link->provider = this;
   if (m_stopEvent.valid() && m_workEvent.valid() && m_enumeratedEvent.valid() && m_changedEvent.valid()) {
     m_worker = std::thread([this] { runWorker(); });
   }
-  selectTokenEngineLayer();
-  m_referenceTime = WaitingQueue::now();
   // Counted last: a constructor that throws never runs the destructor that would uncount it.
   module::addObject();
 }
@@ -56,9 +57,17 @@ CLM2Provider::~CLM2Provider() {
   }
   if (m_worker.joinable()) {
     m_stopEvent.set();
-    m_worker.join();
+    try {
+      m_worker.join();
+    } catch (...) {
+      // The worker cannot be waited for: it must not outlive the object it works on unseen.
+      m_worker.detach();
+    }
   }
-  releaseTiles();
+  try {
+    releaseTiles();
+  } catch (...) {
+  }
   if (m_engine) m_engine->Release();
   module::releaseObject();
 }
@@ -73,7 +82,11 @@ IFACEMETHODIMP CLM2Provider::QueryInterface(REFIID riid, void** ppv) {
       {nullptr, 0},
   };
   const HRESULT hr = ::QISearch(this, kInterfaces, riid, ppv);
-  logging::debug(m_log, "CLM2Provider::QueryInterface:134  HRESULT (0x%08x)", static_cast<unsigned>(hr));
+  // The answer stands whether or not the trace can be written.
+  comBoundary([&]() -> HRESULT {
+    logging::debug(m_log, "CLM2Provider::QueryInterface:134  HRESULT (0x%08x)", static_cast<unsigned>(hr));
+    return S_OK;
+  });
   return hr;
 }
 

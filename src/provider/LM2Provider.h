@@ -88,7 +88,7 @@ class CLM2Provider final : public ICredentialProvider,
   static void deliver(const std::shared_ptr<ProviderLink>& link, CtxData& done);
   void enqueue(std::shared_ptr<CtxTokenEngine4CP> context, std::uint64_t timePoint);
   void runWorker();
-  void processWaitingQueue();
+  void processWaitingQueue() noexcept;
   void dispatch(const std::shared_ptr<CtxTokenEngine4CP>& context);
 
   void TokenEngineInitAsyncCompletion(const std::shared_ptr<CtxTokenEngine4CP>& context);
@@ -105,12 +105,14 @@ class CLM2Provider final : public ICredentialProvider,
   bool takeToken(const Token& token);
   // Called with the tiles lock held: the token is among the ones present.
   void rememberToken(const Token& token);
-  void requestCapabilities(const Token& token);
+  void requestCapabilities(const Token& token, std::uint64_t binding);
+  // Whether `tile` still holds the connection of `token` that `context` was asked for.
+  bool boundAsAskedFor(CCredentialStub* tile, const CtxTokenEngine4CP& context, const Token& token) const;
   // Hands a result about `token` (or, without one, about every tile) to the tiles concerned.
   void handToTiles(const CtxTokenEngine4CP& context, const Token* token);
-  HRESULT _CreateEnumeratedCredentials(const Token* token);
-  HRESULT CreateLogonCredentials(const Token* token);
-  HRESULT createTile(const Token* token, ICredentialProviderUser* user);
+  HRESULT _CreateEnumeratedCredentials(const Token* token, std::uint64_t binding);
+  HRESULT CreateLogonCredentials(const Token* token, std::uint64_t binding);
+  HRESULT createTile(const Token* token, std::uint64_t binding, ICredentialProviderUser* user);
   void releaseTiles();
   // The tiles for the current scenario, given what the engine has reported so far.
   void createTilesForScenario();
@@ -149,6 +151,8 @@ class CLM2Provider final : public ICredentialProvider,
   std::vector<Token> m_tokens;
   std::wstring m_preselectedUser;
   std::atomic<std::uint64_t> m_lastActivity{0};
+  // Until then LogonUI is not asked to enumerate again: it refused the last request.
+  std::atomic<std::uint64_t> m_refusedUntil{0};
 };
 
 }  // namespace lm2

@@ -77,37 +77,39 @@ void CLM2Provider::runWorker() {
     }
     const StopOrWorkWait::Outcome outcome = wait.wait(timeout);
     if (outcome == StopOrWorkWait::Outcome::Stop || outcome == StopOrWorkWait::Outcome::Failed) return;
-    try {
-      processWaitingQueue();
-    } catch (...) {
-      logging::error(m_log, "processing the waiting queue failed");
-    }
+    processWaitingQueue();
   }
 }
 
-void CLM2Provider::processWaitingQueue() {
-  std::deque<WaitingQueue::Entry> entries = m_waiting.takeAll();
-  std::deque<WaitingQueue::Entry> kept;
-  for (WaitingQueue::Entry& entry : entries) {
-    const std::uint64_t now = WaitingQueue::now();
-    const void* id = entry.context.get();
-    if (now < entry.timePoint) {
-      logging::debug(m_log, "timepoint not reached for (0x%p)", id);
-      kept.push_back(std::move(entry));
-    } else if (!m_initializationProcessed && entry.context->getRoutine() != Routine::TokenEngineInitAsyncCompletion) {
-      logging::debug(m_log, "token engine completion event was not yet processed...reenqueue context with delay");
-      entry.timePoint = now + kInitializationPendingStep;
-      kept.push_back(std::move(entry));
-    } else {
-      logging::debug(m_log, "processing (0x%p)", id);
-      logging::debug(m_log, "push back to result queue (0x%p)", id);
-      dispatch(entry.context);
-    }
-  }
-  for (WaitingQueue::Entry& entry : kept) {
-    logging::debug(m_log, "continue waiting for (0x%p)", static_cast<const void*>(entry.context.get()));
-    m_waiting.push(std::move(entry));
-  }
+// Each entry is processed on its own: one that throws (memory ran out) is tried again later, and
+// the entries after it are processed or kept as if nothing had happened.
+void CLM2Provider::processWaitingQueue() noexcept {
+  m_waiting.runPass(
+      [this](WaitingQueue::Entry& entry, std::uint64_t now) {
+        const void* id = entry.context.get();
+        if (now < entry.timePoint) {
+          logging::debug(m_log, "timepoint not reached for (0x%p)", id);
+          logging::debug(m_log, "continue waiting for (0x%p)", id);
+          return WaitingQueue::Verdict::Keep;
+        }
+        if (!m_initializationProcessed && entry.context->getRoutine() != Routine::TokenEngineInitAsyncCompletion) {
+          logging::debug(m_log, "token engine completion event was not yet processed...reenqueue context with delay");
+          entry.timePoint = now + kInitializationPendingStep;
+          logging::debug(m_log, "continue waiting for (0x%p)", id);
+          return WaitingQueue::Verdict::Keep;
+        }
+        logging::debug(m_log, "processing (0x%p)", id);
+        logging::debug(m_log, "push back to result queue (0x%p)", id);
+        dispatch(entry.context);
+        return WaitingQueue::Verdict::Done;
+      },
+      [this](const WaitingQueue::Entry& entry, unsigned attempts) noexcept {
+        try {
+          logging::error(m_log, "processing (0x%p) failed (attempt %u)...trying again later",
+                         static_cast<const void*>(entry.context.get()), attempts);
+        } catch (...) {
+        }
+      });
 }
 
 void CLM2Provider::dispatch(const std::shared_ptr<CtxTokenEngine4CP>& context) {
@@ -131,13 +133,18 @@ void CLM2Provider::startTokenEngine() {
   }
   if (m_engine->isInitialized()) {
     // Another provider started the engine: this provider's tiles leave "Token Engine is
-    // initializing ..." as if they had seen the start.
+    // initializing ..." as if they had seen the start. Only once: tiles that saw it have moved on,
+    // and a second start would find no row in their state (LogonUI advises again after UnAdvise).
     auto started = makeContext(Routine::TokenEngineInitAsyncCompletion);
     started->setResult(std::make_unique<AsyncResult>(result::success()));
     {
       std::lock_guard<std::mutex> guard(m_tilesLock);
-      m_initialization = started;
-      for (CCredentialStub* tile : m_tiles) tile->EnqueueAsyncContext(*started);
+      if (m_initialization && m_initialization->getResult() && m_initialization->getResult()->succeeded()) {
+        logging::debug(m_log, "tiles have seen the token engine start already");
+      } else {
+        m_initialization = started;
+        for (CCredentialStub* tile : m_tiles) tile->EnqueueAsyncContext(*started);
+      }
     }
     m_initializationProcessed = true;
     logging::debug(m_log, "token engine is already initialized...start searching for token");
@@ -154,6 +161,8 @@ void CLM2Provider::TokenEngineInitAsyncCompletion(const std::shared_ptr<CtxToken
     logging::error(m_log, "async token engine contex is null");
     return;
   }
+  // A start that a tile asked for again (its link) is news for every tile, not for that state only.
+  context->setOrigin(0);
   {
     std::lock_guard<std::mutex> guard(m_tilesLock);
     m_initialization = context;  // tiles made later start from here as well
@@ -173,7 +182,19 @@ void CLM2Provider::TokenEngineTokenListCompletion(const std::shared_ptr<CtxToken
     return;
   }
   bool created = false;
-  for (const Token& token : list->getTokens()) created = takeToken(token) || created;
+  for (const Token& token : list->getTokens()) {
+    {
+      std::lock_guard<std::mutex> guard(m_tilesLock);
+      if (m_tiles.empty() || m_scenarioPending) {
+        // LogonUI has not enumerated (yet, or since a new scenario): the tiles it asks for next
+        // are made for the tokens present, and read them then. Made now, they would be made twice.
+        logging::debug(m_log, "no enumerated credentials yet...token is remembered for enumeration");
+        rememberToken(token);
+        continue;
+      }
+    }
+    created = takeToken(token) || created;
+  }
   if (created) {
     logging::debug(m_log, "create credential was necessary in token list completion...reenumerate");
     GuiChangedHandler(0);
@@ -194,7 +215,7 @@ void CLM2Provider::TokenEngineTokenAddedCallback(const std::shared_ptr<CtxTokenE
   bool noTiles = false;
   {
     std::lock_guard<std::mutex> guard(m_tilesLock);
-    noTiles = m_tiles.empty();
+    noTiles = m_tiles.empty() || m_scenarioPending;
     if (noTiles) {
       // LogonUI has not enumerated yet: the tiles it asks for will carry the token.
       logging::warn(m_log, "credential list is empty");
@@ -226,6 +247,9 @@ void CLM2Provider::TokenEngineTokenRemovedCallback(const std::shared_ptr<CtxToke
 
 bool CLM2Provider::takeToken(const Token& token) {
   bool created = false;
+  // Every connection of the token gets its own number: what is asked for it reaches its tiles
+  // only while they are bound to this very connection.
+  const std::uint64_t binding = CtxTokenEngine4CP::nextNumber();
   {
     std::lock_guard<std::mutex> guard(m_tilesLock);
     std::vector<CCredentialStub*> withoutToken;
@@ -240,13 +264,13 @@ bool CLM2Provider::takeToken(const Token& token) {
     rememberToken(token);
     if (!withoutToken.empty()) {
       logging::debug(m_log, "first credential has no token...reuse credential for first of listed token");
-      for (CCredentialStub* tile : withoutToken) tile->SetRelatedToken(&token);
+      for (CCredentialStub* tile : withoutToken) tile->SetRelatedToken(&token, binding);
     } else {
       logging::debug(m_log, "create new credentials for added token");
-      created = SUCCEEDED(_CreateEnumeratedCredentials(&token));
+      created = SUCCEEDED(_CreateEnumeratedCredentials(&token, binding));
     }
   }
-  requestCapabilities(token);
+  requestCapabilities(token, binding);
   return created;
 }
 
@@ -256,18 +280,32 @@ void CLM2Provider::rememberToken(const Token& token) {
   }
 }
 
-void CLM2Provider::requestCapabilities(const Token& token) {
+void CLM2Provider::requestCapabilities(const Token& token, std::uint64_t binding) {
   if (m_engine == nullptr) return;
-  m_engine->GetTokenCapabilitiesAsync(
-      makeContext(Routine::TokenEngineGetTokenCapabilitiesCompletion, std::make_shared<CtxDataWithData<Token>>(nullptr, token)),
-      token);
+  auto context = makeContext(Routine::TokenEngineGetTokenCapabilitiesCompletion,
+                             std::make_shared<CtxDataWithData<Token>>(nullptr, token));
+  context->setBinding(binding);
+  m_engine->GetTokenCapabilitiesAsync(std::move(context), token);
+}
+
+// Called with the tiles lock held.
+bool CLM2Provider::boundAsAskedFor(CCredentialStub* tile, const CtxTokenEngine4CP& context, const Token& token) const {
+  const std::optional<Token> related = tile->GetRelatedToken();
+  return related && related->sameToken(token) && (context.binding() == 0 || tile->bindingId() == context.binding());
 }
 
 void CLM2Provider::handToTiles(const CtxTokenEngine4CP& context, const Token* token) {
   std::lock_guard<std::mutex> guard(m_tilesLock);
+  bool handed = false;
   for (CCredentialStub* tile : m_tiles) {
-    const std::optional<Token> related = tile->GetRelatedToken();
-    if (token == nullptr || (related && related->sameToken(*token))) tile->EnqueueAsyncContext(context);
+    if (token != nullptr && !boundAsAskedFor(tile, context, *token)) continue;
+    tile->EnqueueAsyncContext(context);
+    handed = true;
+  }
+  if (!handed) {
+    // The token was pulled (and maybe connected again) since: nobody asked for this any more.
+    logging::info(m_log, "dropping a result of token binding %llu: no tile is bound to it any more",
+                  static_cast<unsigned long long>(context.binding()));
   }
 }
 
@@ -288,19 +326,22 @@ void CLM2Provider::TokenEngineGetTokenCapabilitiesCompletion(const std::shared_p
     return;
   }
   const auto* capability = context->getResultAs<AsyncResultWithData<TokenCapability>>();
-  if (capability) {
+  bool stillBound = false;
+  {
     std::lock_guard<std::mutex> guard(m_tilesLock);
     for (CCredentialStub* tile : m_tiles) {
-      const std::optional<Token> related = tile->GetRelatedToken();
-      if (related && related->sameToken(*token)) tile->SetTokenCapability(&capability->getData());
+      if (!boundAsAskedFor(tile, *context, *token)) continue;
+      stillBound = true;
+      if (capability) tile->SetTokenCapability(&capability->getData());
     }
   }
   handToTiles(*context, token);
-  if (capability && capability->succeeded() && capability->getData().isInitialized() && m_engine) {
+  if (stillBound && capability && capability->succeeded() && capability->getData().isInitialized() && m_engine) {
     logging::debug(m_log, "added token is initialized...start searching for user");
-    m_engine->ListUsersOnTokenAsync(
-        makeContext(Routine::TokenEngineListUsersOnTokenCompletion, std::make_shared<CtxDataWithData<Token>>(nullptr, *token)),
-        *token);
+    auto users = makeContext(Routine::TokenEngineListUsersOnTokenCompletion,
+                             std::make_shared<CtxDataWithData<Token>>(nullptr, *token));
+    users->setBinding(context->binding());
+    m_engine->ListUsersOnTokenAsync(std::move(users), *token);
   }
 }
 
@@ -348,6 +389,14 @@ void CLM2Provider::GuiChangedCompletion(const std::shared_ptr<CtxTokenEngine4CP>
     enqueue(context, WaitingQueue::now() + kInitializationPendingStep);
     return;
   }
+  const std::uint64_t refusedUntil = m_refusedUntil.load();
+  if (WaitingQueue::now() < refusedUntil) {
+    // LogonUI refused the last request: a change that comes meanwhile is told with the retry,
+    // not earlier.
+    logging::debug(m_log, "CredentialsChanged was refused...request waits for the retry");
+    enqueue(context, refusedUntil);
+    return;
+  }
   long long wait = 0;
   if (!IsReenumeratePossible(wait)) {
     logging::debug(m_log, "IsReenumeratePossible was not true...reinsert context");
@@ -377,18 +426,19 @@ void CLM2Provider::GuiChangedCompletion(const std::shared_ptr<CtxTokenEngine4CP>
   logging::error(m_log, "failed to invoke CredentialChanged 0x%08x", static_cast<unsigned>(hr));
   auto retry = makeContext(Routine::GuiChangedCompletion);
   retry->setResult(std::make_unique<AsyncResult>(result::success()));
-  enqueue(std::move(retry), WaitingQueue::now() + kCredentialsChangedRetry);
+  m_refusedUntil = WaitingQueue::now() + kCredentialsChangedRetry;
+  enqueue(std::move(retry), m_refusedUntil.load());
 }
 
-HRESULT CLM2Provider::_CreateEnumeratedCredentials(const Token* token) {
+HRESULT CLM2Provider::_CreateEnumeratedCredentials(const Token* token, std::uint64_t binding) {
   if (m_scenario < CPUS_LOGON || m_scenario > CPUS_CREDUI) return E_UNEXPECTED;
-  return CreateLogonCredentials(token);
+  return CreateLogonCredentials(token, binding);
 }
 
 // Called with the tiles lock held. In user array mode (Windows 8 and later, not CredUI) every
 // user LogonUI shows gets a tile for the token; the tile of a user who is on the token logs on,
 // the others say that the user is not linked to it.
-HRESULT CLM2Provider::CreateLogonCredentials(const Token* token) {
+HRESULT CLM2Provider::CreateLogonCredentials(const Token* token, std::uint64_t binding) {
   HRESULT hr = S_OK;
   if (m_userArrayMode && m_scenario != CPUS_CREDUI && m_userArray) {
     DWORD count = 0;
@@ -396,29 +446,36 @@ HRESULT CLM2Provider::CreateLogonCredentials(const Token* token) {
     for (DWORD index = 0; index < count; ++index) {
       ComPtr<ICredentialProviderUser> user;
       if (FAILED(m_userArray->GetAt(index, user.put()))) continue;
-      hr = createTile(token, user.get());
+      hr = createTile(token, binding, user.get());
       logging::debug(m_log, "CLM2Provider::CreateLogonCredentials:815  HRESULT (0x%08x)", static_cast<unsigned>(hr));
     }
     if (count > 0) return hr;
   }
-  hr = createTile(token, nullptr);
+  hr = createTile(token, binding, nullptr);
   logging::debug(m_log, "CLM2Provider::CreateLogonCredentials:815  HRESULT (0x%08x)", static_cast<unsigned>(hr));
   return hr;
 }
 
-HRESULT CLM2Provider::createTile(const Token* token, ICredentialProviderUser* user) {
+HRESULT CLM2Provider::createTile(const Token* token, std::uint64_t binding, ICredentialProviderUser* user) {
   auto* tile = new (std::nothrow) CCredentialStub();
   if (tile == nullptr) return E_OUTOFMEMORY;
   const HRESULT hr = tile->Initialize(m_scenario, m_flags, user, static_cast<DWORD>(m_tiles.size()), this);
   // Before LogonUI advises the tile, its first state reaches only the tile's own fields
-  // (E_UNEXPECTED); that tile is complete.
-  if (FAILED(hr) && hr != E_UNEXPECTED) {
+  // (E_UNEXPECTED from the state's events): only a tile that got as far as its first state counts.
+  if (FAILED(hr) && !(hr == E_UNEXPECTED && tile->hasFirstCore())) {
+    logging::error(m_log, "tile initialization failed (0x%08x)...tile is not shown", static_cast<unsigned>(hr));
     tile->UnInitialize();
     tile->Release();
     return hr;
   }
-  m_tiles.push_back(tile);
-  if (token) tile->SetRelatedToken(token);
+  try {
+    m_tiles.push_back(tile);
+  } catch (...) {
+    tile->UnInitialize();
+    tile->Release();
+    throw;
+  }
+  if (token) tile->SetRelatedToken(token, binding);
   return S_OK;
 }
 
@@ -436,20 +493,25 @@ void CLM2Provider::releaseTiles() {
 
 void CLM2Provider::createTilesForScenario() {
   std::vector<Token> tokens;
+  std::vector<std::uint64_t> bindings;
   {
     std::lock_guard<std::mutex> guard(m_tilesLock);
     tokens = m_tokens;
     if (tokens.empty()) {
-      _CreateEnumeratedCredentials(nullptr);
+      _CreateEnumeratedCredentials(nullptr, 0);
       // An engine that answered before these tiles existed: they start from its answer.
       if (m_initialization) {
         for (CCredentialStub* tile : m_tiles) tile->EnqueueAsyncContext(*m_initialization);
       }
     } else {
-      for (const Token& token : tokens) _CreateEnumeratedCredentials(&token);
+      for (const Token& token : tokens) {
+        const std::uint64_t binding = CtxTokenEngine4CP::nextNumber();
+        bindings.push_back(binding);
+        _CreateEnumeratedCredentials(&token, binding);
+      }
     }
   }
-  for (const Token& token : tokens) requestCapabilities(token);
+  for (std::size_t index = 0; index < tokens.size(); ++index) requestCapabilities(tokens[index], bindings[index]);
 }
 
 }  // namespace lm2

@@ -17,11 +17,29 @@ void WaitingQueue::push(Entry entry) {
   m_entries.push_back(std::move(entry));
 }
 
-std::deque<WaitingQueue::Entry> WaitingQueue::takeAll() {
+void WaitingQueue::runPass(const Step& step, const Failure& failed) noexcept {
+  std::list<Entry> pass;
+  {
+    std::lock_guard<std::mutex> guard(m_lock);
+    pass.splice(pass.end(), m_entries);
+  }
+  for (auto entry = pass.begin(); entry != pass.end();) {
+    const std::uint64_t moment = now();
+    try {
+      if (step(*entry, moment) == Verdict::Done) {
+        entry = pass.erase(entry);
+        continue;
+      }
+    } catch (...) {
+      ++entry->failedAttempts;
+      entry->timePoint = moment + std::min<std::uint64_t>(100ull * entry->failedAttempts, 1000);
+      failed(*entry, entry->failedAttempts);
+    }
+    ++entry;
+  }
   std::lock_guard<std::mutex> guard(m_lock);
-  std::deque<Entry> taken;
-  taken.swap(m_entries);
-  return taken;
+  pass.splice(pass.end(), m_entries);
+  m_entries.swap(pass);
 }
 
 void WaitingQueue::removeIf(const std::function<bool(const CtxTokenEngine4CP&)>& drop) {

@@ -5,8 +5,8 @@
 // moment (milliseconds since 1601) from which it may run.
 
 #include <cstdint>
-#include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 #include <mutex>
 
@@ -19,14 +19,24 @@ class WaitingQueue {
   struct Entry {
     std::shared_ptr<CtxTokenEngine4CP> context;
     std::uint64_t timePoint = 0;
+    unsigned failedAttempts = 0;
   };
+  enum class Verdict { Keep, Done };
+  // Decides on one entry at `now`: processes it (Done) or lets it wait (Keep, after moving its
+  // time point as it likes).
+  using Step = std::function<Verdict(Entry& entry, std::uint64_t now)>;
+  // Told of an entry whose step threw; the entry waits and is tried again.
+  using Failure = std::function<void(const Entry& entry, unsigned attempts)>;
 
   // Milliseconds since 1 January 1601 (system time).
   static std::uint64_t now() noexcept;
 
   void push(Entry entry);
-  // Takes every entry out, in queue order (the worker puts back what must wait).
-  std::deque<Entry> takeAll();
+  // One pass over every entry, in queue order. An entry whose step throws is kept, to be tried
+  // again a little later (the more often it failed, the later, up to a second); nothing taken
+  // into the pass is ever lost, and entries pushed meanwhile (also by the steps) wait after the
+  // ones kept.
+  void runPass(const Step& step, const Failure& failed) noexcept;
   // Removes the entries whose context matches `drop`.
   void removeIf(const std::function<bool(const CtxTokenEngine4CP&)>& drop);
   // The earliest time point of the entries, or 0 when there are none.
@@ -35,7 +45,8 @@ class WaitingQueue {
 
  private:
   mutable std::mutex m_lock;
-  std::deque<Entry> m_entries;
+  // A list, so that a pass takes its entries out and puts them back without allocating.
+  std::list<Entry> m_entries;
 };
 
 }  // namespace lm2

@@ -2,6 +2,8 @@
 // The context an asynchronous token engine operation runs with: who is told when it is done (the
 // completion, called on the worker thread that ran it), and the slot for its result.
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -103,6 +105,11 @@ enum class TokenEngineCompletion {
 // The context of operations the provider starts and the unit that travels through a tile's result
 // queue: it names the completion routine that delivered it, the tile and provider concerned, and
 // the state the result should lead to when the sender names one (void otherwise).
+//
+// It also says whom the result is for, so that a tile can tell a late result from a current one:
+// the token binding it was asked for (a number the provider gives each connection of a token to
+// its tiles; 0: not about a token), the state (core) that asked (0: the provider asked), and the
+// operation (0: none of a state's own). Copies carry all three.
 class CtxTokenEngine4CP : public CtxData {
  public:
   CtxTokenEngine4CP(Completion completion, CCredentialStub* tile, CLM2Provider* provider,
@@ -115,11 +122,25 @@ class CtxTokenEngine4CP : public CtxData {
         m_target(target),
         m_routine(routine) {}
 
-  // A new context with the same completion, routine, tile, provider, data and target, sharing the
-  // result (a tile queues such a copy, a core keeps one for its own operations).
+  // A new context with the same completion, routine, tile, provider, data, target and owners,
+  // sharing the result (a tile queues such a copy, a core keeps one for its own operations).
   std::unique_ptr<CtxTokenEngine4CP> copy() const {
     auto result = std::make_unique<CtxTokenEngine4CP>(completion(), m_tile, m_provider, m_data, m_target, m_routine);
     result->shareResult(sharedResult());
+    result->m_binding = m_binding;
+    result->m_origin = m_origin;
+    result->m_operation = m_operation;
+    return result;
+  }
+  // The context of a new operation that the state owning this context starts for `tile`: the same
+  // way back, binding and state, a new operation number, no result yet.
+  std::shared_ptr<CtxTokenEngine4CP> forOperation(CCredentialStub* tile, TokenEngineCompletion routine,
+                                                  std::shared_ptr<CtxData> data = nullptr,
+                                                  std::type_index target = typeid(void)) const {
+    auto result = std::make_shared<CtxTokenEngine4CP>(completion(), tile, m_provider, std::move(data), target, routine);
+    result->m_binding = m_binding;
+    result->m_origin = m_origin;
+    result->m_operation = nextNumber();
     return result;
   }
 
@@ -129,12 +150,27 @@ class CtxTokenEngine4CP : public CtxData {
   const std::shared_ptr<CtxData>& getData() const noexcept { return m_data; }
   std::type_index getTarget() const noexcept { return m_target; }
 
+  std::uint64_t binding() const noexcept { return m_binding; }
+  void setBinding(std::uint64_t binding) noexcept { m_binding = binding; }
+  std::uint64_t origin() const noexcept { return m_origin; }
+  void setOrigin(std::uint64_t origin) noexcept { m_origin = origin; }
+  std::uint64_t operation() const noexcept { return m_operation; }
+
+  // Numbers for bindings, states and operations: unique in the process, never 0.
+  static std::uint64_t nextNumber() noexcept {
+    static std::atomic<std::uint64_t> counter{0};
+    return ++counter;
+  }
+
  private:
   CCredentialStub* m_tile;
   CLM2Provider* m_provider;
   std::shared_ptr<CtxData> m_data;
   std::type_index m_target;
   TokenEngineCompletion m_routine;
+  std::uint64_t m_binding = 0;
+  std::uint64_t m_origin = 0;
+  std::uint64_t m_operation = 0;
 };
 
 }  // namespace lm2

@@ -72,6 +72,32 @@ void TokenEngineAbstractionLayer::failWithoutTask(const Context& context) noexce
   }
 }
 
+void TokenEngineAbstractionLayer::completeReliably(CtxData& context, std::unique_ptr<AsyncResult> outcome) noexcept {
+  static constexpr DWORD kPauses[] = {0, 10, 50, 100, 250, 500, 1000};
+  try {
+    context.setResult(std::move(outcome));
+  } catch (...) {
+    outcome.reset();
+  }
+  for (DWORD pause : kPauses) {
+    if (pause) ::Sleep(pause);
+    try {
+      if (!context.getResult()) context.setResult(std::make_unique<AsyncResult>(result::allocationFailure()));
+      context.complete();
+      return;
+    } catch (...) {
+      try {
+        logging::error(m_log, "the completion of a token engine operation failed...trying again");
+      } catch (...) {
+      }
+    }
+  }
+  try {
+    logging::error(m_log, "the completion of a token engine operation could not be delivered");
+  } catch (...) {
+  }
+}
+
 int TokenEngineAbstractionLayer::AddRef() {
   int count = m_refCount.load();
   do {

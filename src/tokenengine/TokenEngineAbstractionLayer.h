@@ -119,6 +119,10 @@ class TokenEngineAbstractionLayer {
   // A task that could not be queued (memory is short): the context completes at once, on the
   // calling thread, with the allocation failure, so that nobody waits for it forever.
   void failWithoutTask(const Context& context) noexcept;
+  // Stores `outcome` and calls the completion: the caller's only way to learn of it (a state may
+  // be waiting for it in GetSerialization). A completion that throws (its hand-over ran out of
+  // memory) is called again a few times, a little later each time, before the loss is traced.
+  void completeReliably(CtxData& context, std::unique_ptr<AsyncResult> outcome) noexcept;
 
   logging::Category& m_log;
 
@@ -141,7 +145,7 @@ void TokenEngineAbstractionLayer::queueOperation(const char* operation, const Co
     std::lock_guard<std::mutex> guard(m_poolLock);
     if (!acceptsOperations() || !m_pool || !context) return;
     try {
-      m_pool->enqueue([context, work = std::move(work)]() mutable {
+      m_pool->enqueue([this, context, work = std::move(work)]() mutable {
         std::unique_ptr<AsyncResult> outcome;
         try {
           outcome = work();
@@ -150,8 +154,7 @@ void TokenEngineAbstractionLayer::queueOperation(const char* operation, const Co
         } catch (...) {
           outcome = std::make_unique<AsyncResult>(result::fromHResult(static_cast<std::int32_t>(0x8000FFFF)));
         }
-        context->setResult(std::move(outcome));
-        context->complete();
+        completeReliably(*context, std::move(outcome));
       });
       return;
     } catch (...) {

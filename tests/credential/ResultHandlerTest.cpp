@@ -167,5 +167,38 @@ TEST_F(ResultHandlerTest, TheProviderHearsOfAChangedLookOnlyWithoutSinkOrInCredU
   }
 }
 
+TEST_F(ResultHandlerTest, AResultAskedForAnEarlierBindingOfTheTokenIsDropped) {
+  test::DebugOutputCapture trace;
+  Tile tile(provider);
+  bindToken(tile);
+  const std::uint64_t first = tile->bindingId();
+  bindToken(tile);  // pulled and connected again at once
+  ASSERT_NE(tile->bindingId(), first);
+  ASSERT_TRUE(tile.waitForMessage(message(107)));
+  // The capability read of the first connection failed (its token was gone); then the new one's.
+  tile.deliver(Completion::TokenEngineGetTokenCapabilitiesCompletion, test::plainResult(layer_codes::kInvalidResponse),
+               typeid(void), nullptr, first);
+  tile.deliver(Completion::TokenEngineGetTokenCapabilitiesCompletion, test::capabilities(false), typeid(void), nullptr,
+               tile->bindingId());
+  EXPECT_TRUE(tile.waitForMessage(message(102)));  // row 3: not initialised, no failure shown
+  EXPECT_TRUE(trace.contains("dropping a result of token binding"));
+}
+
+TEST_F(ResultHandlerTest, ATileWhoseProviderIsGoneLooksAgainOnlyNowAndThen) {
+  test::DebugOutputCapture trace;
+  Tile tile(provider);
+  tile->UnInitialize();
+  // A state change that would wait for the provider's leave, which never comes.
+  tile.deliver(Completion::TokenEngineInitAsyncCompletion, test::plainResult(test::kSuccess));
+  std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+  std::size_t looks = 0;
+  for (const std::string& line : trace.lines()) {
+    if (line.find("no provider...state change waits") != std::string::npos) ++looks;
+  }
+  EXPECT_GE(looks, 1u);
+  EXPECT_LE(looks, 10u) << "the handler spins";
+  EXPECT_EQ(tile.view().textOf(6), message(117));  // and never changes the state
+}
+
 }  // namespace
 }  // namespace lm2

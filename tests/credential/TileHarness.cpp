@@ -86,9 +86,10 @@ Tile::~Tile() {
 }
 
 void Tile::deliver(TokenEngineCompletion routine, std::unique_ptr<AsyncResult> result, std::type_index target,
-                   std::shared_ptr<CtxData> data) {
+                   std::shared_ptr<CtxData> data, std::uint64_t binding) {
   CtxTokenEngine4CP context(nullptr, m_tile, nullptr, std::move(data), target, routine);
   context.setResult(std::move(result));
+  context.setBinding(binding);
   m_tile->EnqueueAsyncContext(context);
 }
 

@@ -76,8 +76,10 @@ class Tile {
   host::TileView view() const { return m_sink->view(m_tile); }
 
   // Hands the tile a result the way the provider's completion `routine` does.
+  // `binding` is the token binding it was asked for (0: none).
   void deliver(TokenEngineCompletion routine, std::unique_ptr<AsyncResult> result,
-               std::type_index target = typeid(void), std::shared_ptr<CtxData> data = nullptr);
+               std::type_index target = typeid(void), std::shared_ptr<CtxData> data = nullptr,
+               std::uint64_t binding = 0);
   // Waits until LogonUI's copy of the message line (field 6) is `text`.
   bool waitForMessage(const std::wstring& text) const;
   // The message line as the tile itself answers LogonUI.

@@ -5,7 +5,8 @@
 #
 # installs the signed virtual token engine and the session service double (as an administrator
 # would), runs HOST (logon-host.exe or logon-host-win7.exe) with SCRIPT, and removes the double
-# again. With --fails-with the script must fail (exit code 1) and the host's report must contain
+# again. SCRIPT may be chaos:SEED:COUNT: the host then runs COUNT random soak sessions from SEED
+# on (--chaos), and their PINs and passwords join the secrets. With --fails-with the script must fail (exit code 1) and the host's report must contain
 # TEXT: a script's wrong expectation has to be caught and named. With --secrets the provider writes
 # a full DEBUG trace during the run, which must then contain none of the given words, nor any new
 # password the provider handed over in a change request, neither as UTF-8 nor as UTF-16 bytes.
@@ -49,7 +50,12 @@ if [ -n "$trace_dir" ]; then
   # New passwords the provider handed over (generated ones too) join the secrets searched for.
   host_options=(--secrets-out "$(WINEPREFIX=$prefix winepath -w "$trace_dir/new-passwords.txt" 2>/dev/null)")
 fi
-"${wine_run[@]}" "$bin/$host" --script "$script" "${host_options[@]}" >"$output" 2>/dev/null
+script_options=(--script "$script")
+if [[ $script == chaos:* ]]; then
+  IFS=: read -r _ chaos_first chaos_count <<<"$script"
+  script_options=(--chaos "$chaos_first" "$chaos_count")
+fi
+"${wine_run[@]}" "$bin/$host" "${script_options[@]}" "${host_options[@]}" >"$output" 2>/dev/null
 rc=$?
 "${wine_run[@]}" "$bin/session_service_double.exe" --remove 2>/dev/null
 cat "$output"
@@ -59,7 +65,7 @@ byte_pattern() { printf '%s' "$1" | iconv -f UTF-8 -t "$2" | od -An -tx1 -v | tr
 if [ -n "$trace_dir" ]; then
   "${wine_run[@]}" reg delete "$settings" /v LogSettingsPath /f >/dev/null 2>&1
   trace="$trace_dir/provider.log"
-  if ! grep -q 'GetSerialization \[START\]' "$trace" 2>/dev/null; then
+  if [[ $script != chaos:* ]] && ! grep -q 'GetSerialization \[START\]' "$trace" 2>/dev/null; then
     echo "run-script: the provider wrote no DEBUG trace of a serialization to $trace"; rc=1
   fi
   # Addresses and result codes are written as hexadecimal digits, in which a numeric PIN turns up

@@ -130,6 +130,25 @@ TEST_F(LayerBaseTest, CompletionRunsOnAWorkerWithTheResultAlsoWhenTheOperationFa
   EXPECT_EQ(completions.code(), 0x801000008000FFFFull);  // E_UNEXPECTED
 }
 
+TEST_F(LayerBaseTest, ACompletionThatThrowsIsCalledAgainSoThatTheResultArrives) {
+  ScriptedLayer layer;
+  test::Completions completions;
+  const std::shared_ptr<CtxData> delivered = completions.context();
+  std::atomic<int> calls{0};
+  // The hand-over runs out of memory once (the provider's queue could not take the result).
+  auto context = std::make_shared<CtxTokenEngine>([&](CtxData& done) {
+    if (++calls == 1) throw std::bad_alloc();
+    delivered->setResult(std::make_unique<AsyncResult>(done.getResult()->getResultCode()));
+    delivered->complete();
+  });
+  layer.GetTokenListAsync(context);
+  layer.release(1);
+  ASSERT_TRUE(completions.waitFor(1, std::chrono::seconds(5))) << "the result was lost";
+  EXPECT_EQ(calls.load(), 2);
+  EXPECT_EQ(completions.code(), result::success());
+  EXPECT_TRUE(trace_.contains("the completion of a token engine operation failed...trying again"));
+}
+
 TEST_F(LayerBaseTest, LastReleaseFromACompletionDestroysTheLayerOnAnotherThread) {
   std::atomic<bool> destroyed{false};
   auto* layer = new ScriptedLayer(&destroyed);

@@ -12,6 +12,8 @@ void setQuiet(bool quiet);
 void printLine(const std::wstring& text);
 std::string toUtf8(const std::wstring& text);
 std::wstring fromUtf8(const std::string& text);
+// Appends `bytes` to the file at `path` (made when missing); false when it cannot be written.
+bool appendToFile(const std::wstring& path, const std::string& bytes);
 // "0x8000FFFF": HRESULTs, NTSTATUS codes and other 32-bit results as the host prints them.
 std::wstring hexCode(unsigned long code);
 

@@ -1,19 +1,24 @@
 // The logon host: loads credential providers as LogonUI does and shows their tiles on a console.
 //
-//   logon-host [--dll PATH --clsid {CLSID}]… [--script FILE | --interactive] [--picture FILE]
-//                [--secrets-out FILE]
+//   logon-host [--dll PATH --clsid {CLSID}]… [--script FILE | --interactive | --chaos SEED COUNT]
+//                [--picture FILE] [--secrets-out FILE]
+//   logon-host --print-chaos SEED
 //
 // Without --dll it loads the providers registered on the machine. A script runs line by line and
 // stops at the first failure (exit code 1); without a script the host reads the same commands at a
 // prompt. --picture writes the last screen as an SVG picture when the host ends. --secrets-out
 // adds every new password the provider hands over in a change request to FILE, one a line: the
-// end-to-end run looks for them in the provider's trace, generated ones included.
+// end-to-end run looks for them in the provider's trace, generated ones included. --chaos runs
+// COUNT random soak sessions from SEED on (each reproducible from its seed; --print-chaos shows
+// one as a script) and adds their PINs and passwords to the --secrets-out file.
 #include <windows.h>
 #include <objbase.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "ChaosSession.h"
 #include "HostOutput.h"
 #include "LogonScreen.h"
 #include "ScriptRunner.h"
@@ -23,8 +28,8 @@ namespace {
 
 int usage() {
   lm2::host::printLine(
-      L"usage: logon-host [--dll PATH --clsid {CLSID}]... [--script FILE | --interactive] [--picture FILE] "
-      L"[--secrets-out FILE]");
+      L"usage: logon-host [--dll PATH --clsid {CLSID}]... [--script FILE | --interactive | --chaos SEED COUNT] "
+      L"[--picture FILE] [--secrets-out FILE]\n       logon-host --print-chaos SEED");
   return 2;
 }
 
@@ -46,6 +51,8 @@ int wmain(int argc, wchar_t** argv) {
   std::wstring script;
   std::wstring picture;
   std::wstring secretsOut;
+  long chaosFirst = -1;
+  long chaosCount = 0;
   for (int index = 1; index < argc; ++index) {
     const std::wstring option = argv[index];
     const bool hasValue = index + 1 < argc;
@@ -66,6 +73,15 @@ int wmain(int argc, wchar_t** argv) {
       picture = fullPath(argv[++index]);
     } else if (option == L"--secrets-out" && hasValue) {
       secretsOut = fullPath(argv[++index]);
+    } else if (option == L"--chaos" && index + 2 < argc) {
+      chaosFirst = std::wcstol(argv[++index], nullptr, 10);
+      chaosCount = std::wcstol(argv[++index], nullptr, 10);
+    } else if (option == L"--print-chaos" && hasValue) {
+      // The script of one soak session, to read or to run again with --script.
+      for (const std::wstring& line : chaosSession(static_cast<std::uint32_t>(std::wcstoul(argv[++index], nullptr, 10))).lines) {
+        printLine(line);
+      }
+      return 0;
     } else if (option != L"--interactive") {
       return usage();
     }
@@ -89,7 +105,10 @@ int wmain(int argc, wchar_t** argv) {
     LogonScreen screen;
     screen.setSecretsFile(secretsOut);
     ScriptRunner runner(screen, providers);
-    if (!script.empty()) {
+    if (chaosFirst >= 0) {
+      succeeded = runChaosSessions(runner, static_cast<std::uint32_t>(chaosFirst), static_cast<std::uint32_t>(chaosCount),
+                                   60, secretsOut) == 0;
+    } else if (!script.empty()) {
       runner.setBaseDirectory(directoryOf(script));
       succeeded = runner.runFile(script);
     } else {

@@ -422,11 +422,7 @@ void LogonScreen::noteNewPassword() const {
   const auto found = m_lastSecrets.find(L"new-password");
   if (m_secretsFile.empty() || found == m_lastSecrets.end() || found->second.get().empty()) return;
   const SecretString line(toUtf8(found->second.get()) + "\n");
-  UniqueHandle file(::CreateFileW(m_secretsFile.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file) return;
-  DWORD written = 0;
-  ::WriteFile(file.get(), line.get().data(), static_cast<DWORD>(line.get().size()), &written, nullptr);
+  appendToFile(m_secretsFile, line.get());
 }
 
 bool LogonScreen::report(NTSTATUS status, NTSTATUS subStatus, std::wstring& error) {

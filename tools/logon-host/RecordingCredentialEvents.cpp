@@ -103,8 +103,19 @@ void RecordingCredentialEvents::answerWith(HRESULT result) {
   m_answer = result;
 }
 
+void RecordingCredentialEvents::onCall(std::function<void(const std::wstring& call)> hook) {
+  std::lock_guard<std::mutex> guard(m_hookLock);
+  m_hook = std::move(hook);
+}
+
 HRESULT RecordingCredentialEvents::record(ICredentialProviderCredential* tile, const std::wstring& call,
                                           const std::function<void(TileView&)>& change) {
+  std::function<void(const std::wstring&)> hook;
+  {
+    std::lock_guard<std::mutex> guard(m_hookLock);
+    hook = m_hook;
+  }
+  if (hook) hook(call);
   HRESULT answer = S_OK;
   {
     std::lock_guard<std::mutex> guard(m_lock);

@@ -61,6 +61,9 @@ class RecordingCredentialEvents final : public ICredentialProviderCredentialEven
   void userChanged(ICredentialProviderCredential* tile, const std::function<void(TileView&)>& change);
   // The window OnCreatingWindow hands out (none by default: message boxes without owner).
   void setWindow(HWND window) { m_window.store(window); }
+  // Called (on the caller's thread, before the call is recorded) with the name of every sink call;
+  // a test holds a tile's thread at a chosen call this way.
+  void onCall(std::function<void(const std::wstring& call)> hook);
   // Rung after every recorded change (the logon host shows it on its UI thread).
   UiDoorbell& doorbell() { return m_doorbell; }
 
@@ -104,6 +107,8 @@ class RecordingCredentialEvents final : public ICredentialProviderCredentialEven
   HRESULT m_answer = S_OK;
   std::atomic<HWND> m_window{nullptr};
   UiDoorbell m_doorbell;
+  std::mutex m_hookLock;
+  std::function<void(const std::wstring&)> m_hook;
 };
 
 }  // namespace lm2::host

@@ -1,5 +1,8 @@
 // The logon host's expectations: what a script asserts about the screen, the last serialization,
 // ReportResult's text, message boxes and files.
+#include <windows.h>
+#include <tlhelp32.h>
+
 #include "HostOutput.h"
 #include "ScriptRunner.h"
 #include "ScriptWords.h"
@@ -116,6 +119,41 @@ bool ScriptRunner::expect(std::vector<std::wstring> words, std::wstring& error) 
     return actual == words[2] || mismatch(L"last message box", words[2], actual);
   }
 
+  if (words[1] == L"nowhere") {
+    // "expect nowhere containing TEXT": no tile shows a field with that text in it (a state the
+    // provider must never reach, such as its "undefined state" message).
+    if (!needWord(words, 3, L"containing and a text", error) || words[2] != L"containing") {
+      error = L"expect nowhere: containing TEXT expected";
+      return false;
+    }
+    for (const ScreenTile& tile : screen) {
+      for (const ShownField& field : tile.shownFields()) {
+        const std::wstring text = tile.view.textOf(field.id);
+        if (text.find(words[3]) != std::wstring::npos) {
+          return mismatch(L"tile " + std::to_wstring(tile.number) + L" field " + std::to_wstring(field.id),
+                          L"no text containing " + words[3], text);
+        }
+      }
+    }
+    return true;
+  }
+  if (words[1] == L"every" && words.size() > 2 && words[2] == L"tile") {
+    // "expect every tile text FIELD TEXT" (and the other one-tile expectations) for each tile.
+    for (const ScreenTile& tile : screen) {
+      std::vector<std::wstring> one = words;
+      one[1] = L"tile";
+      one[2] = std::to_wstring(tile.number);
+      if (!expect(one, error)) return false;
+    }
+    return true;
+  }
+  if (words[1] == L"threads") {
+    // "expect threads as-before-start": the providers, once ended, left no thread of theirs running.
+    const long now = processThreadCount();
+    return now <= m_threadsBeforeStart ||
+           mismatch(L"threads after end", std::to_wstring(m_threadsBeforeStart), std::to_wstring(now));
+  }
+
   // Expectations about one tile: the current one, or "tile N".
   int tileNumber = m_screen.currentTile();
   if (words[1] == L"tile") {
@@ -179,6 +217,18 @@ bool ScriptRunner::expect(std::vector<std::wstring> words, std::wstring& error) 
   }
   error = L"expect: unknown expectation " + quoted(what);
   return false;
+}
+
+long ScriptRunner::processThreadCount() {
+  UniqueHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+  if (!snapshot) return -1;
+  THREADENTRY32 entry{};
+  entry.dwSize = sizeof entry;
+  long count = 0;
+  for (BOOL more = ::Thread32First(snapshot.get(), &entry); more; more = ::Thread32Next(snapshot.get(), &entry)) {
+    if (entry.th32OwnerProcessID == ::GetCurrentProcessId()) ++count;
+  }
+  return count;
 }
 
 bool ScriptRunner::fileContains(const std::wstring& path, const std::wstring& text) const {

@@ -121,6 +121,13 @@ bool ScriptRunner::run(const std::wstring& line, std::wstring& error) {
       trimmed = expanded;
     }
   }
+  // "try COMMAND": what a person does that may not apply to the screen now (a click on a link the
+  // tile does not show): a failure of the command itself is no failure of the script.
+  if (trimmed.rfind(L"try ", 0) == 0) {
+    std::wstring ignored;
+    run(trimmed.substr(4), ignored);
+    return true;
+  }
   std::vector<std::wstring> words = split(trimmed, error);
   if (!error.empty()) return false;
   const std::size_t space = trimmed.find_first_of(L" \t");
@@ -164,6 +171,7 @@ bool ScriptRunner::reinstallServiceDouble(const std::wstring& options, std::wstr
 }
 
 bool ScriptRunner::startScreen(std::wstring& error) {
+  if (m_threadsBeforeStart < 0) m_threadsBeforeStart = processThreadCount();
   std::vector<std::wstring> notes;
   std::vector<ProviderEntry> entries =
       m_commandLineProviders.empty() ? registeredProviders(notes) : m_commandLineProviders;
@@ -337,8 +345,9 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
     return true;
   }
 
+  const bool engineCommand = command == L"insert" || command == L"remove" || command.rfind(L"engine-", 0) == 0;
   if (!m_screen.started() && command != L"wait") {
-    if (command == L"insert" || command == L"remove" || command == L"engine-delay" || command == L"engine-fail" ||
+    if (engineCommand ||
         command == L"select" ||
         command == L"type" || command == L"check" || command == L"choose" || command == L"click" ||
         command == L"submit" || command == L"report" || command == L"expect") {
@@ -347,7 +356,7 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
     }
   }
   if (command == L"service") return reinstallServiceDouble(rest, error);
-  if (command == L"insert" || command == L"remove" || command == L"engine-delay" || command == L"engine-fail") {
+  if (engineCommand) {
     const vte::EngineControl control = engineControl(m_screen);
     if (!control.available()) {
       error = command + L": no virtual token engine is loaded";
@@ -369,6 +378,28 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
       }
       control.failNextTask(static_cast<std::uint32_t>(function), code);
       return true;
+    }
+    if (command == L"engine-hold") {
+      // Finished tasks keep their results back until released: a result that comes late.
+      if (!needWord(words, 1, L"on or off", error)) return false;
+      control.holdResults(words[1] == L"on" ? 1 : 0);
+      return true;
+    }
+    if (command == L"engine-release") {
+      // engine-release [COUNT] [newest-first]: results that come now, maybe overtaking each other.
+      unsigned long count = 0;
+      if (words.size() > 1 && words[1] != L"newest-first" && !needNumber(words, 1, L"a count", count, error)) return false;
+      control.releaseResults(count, words.back() == L"newest-first" ? 1 : 0);
+      return true;
+    }
+    if (command == L"engine-malform") {
+      if (!needNumber(words, 1, L"a kind of damage (1 to 4)", number, error)) return false;
+      control.malformNextResult(number);
+      return true;
+    }
+    if (command != L"insert" && command != L"remove") {
+      error = command + L": unknown engine command";
+      return false;
     }
     if (command == L"remove" && words.size() == 4 && words[2] == L"after") {
       // While LogonUI's thread is busy (a GetSerialization that waits), a person pulls the token.

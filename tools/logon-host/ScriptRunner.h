@@ -41,6 +41,7 @@ class ScriptRunner {
   bool reinstallServiceDouble(const std::wstring& options, std::wstring& error);
   void finishLaterCommands();
   bool fileContains(const std::wstring& path, const std::wstring& text) const;
+  static long processThreadCount();
 
   LogonScreen& m_screen;
   std::vector<ProviderEntry> m_commandLineProviders;
@@ -49,6 +50,8 @@ class ScriptRunner {
   std::wstring m_baseDirectory;
   std::wstring m_tokenFile;
   bool m_ended = false;
+  // Threads of the host before its first "start": what "expect threads as-before-start" compares.
+  long m_threadsBeforeStart = -1;
   // Commands that act later, on threads of their own ("remove ID after MS").
   std::vector<std::thread> m_later;
 };

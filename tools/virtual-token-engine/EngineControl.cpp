@@ -31,6 +31,8 @@ EngineControl EngineControl::ofLoadedEngine() {
                         bind(module, "VteDelayTasks", control.delayTasks) &&
                         bind(module, "VteTasksStarted", control.tasksStarted) &&
                         bind(module, "VteMalformNextResult", control.malformNextResult) &&
+                        bind(module, "VteHoldResults", control.holdResults) &&
+                        bind(module, "VteReleaseResults", control.releaseResults) &&
                         bind(module, "VteDeliverNextResult", control.deliverNextResult) &&
                         bind(module, "VteDescribe", control.describe);
   // A library of that name that is not the virtual engine (a vendor's) offers no control at all.

@@ -21,6 +21,8 @@ struct EngineControl {
   decltype(&VteTasksStarted) tasksStarted = nullptr;
   decltype(&VteMalformNextResult) malformNextResult = nullptr;
   decltype(&VteDeliverNextResult) deliverNextResult = nullptr;
+  decltype(&VteHoldResults) holdResults = nullptr;
+  decltype(&VteReleaseResults) releaseResults = nullptr;
   decltype(&VteDescribe) describe = nullptr;
 
   // The engine loaded in this process; every function null when none is loaded or one is missing.

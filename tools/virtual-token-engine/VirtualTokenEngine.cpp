@@ -70,6 +70,8 @@ class Engine {
       if (!m_running) return;
       m_running = false;
       dropped.swap(m_queue);  // their captured PINs and contents are wiped with them
+      m_held.clear();
+      m_holding = false;
     }
     m_wake.notify_all();
     if (m_worker.joinable()) m_worker.join();
@@ -194,8 +196,45 @@ class Engine {
       std::lock_guard<std::mutex> guard(m_resultsLock);
       m_results[task.id] = std::move(delivered);
     }
-    if (m_block.reportResults && m_block.resultAvailable) m_block.resultAvailable(m_block.callbackContext, task.id);
+    {
+      std::lock_guard<std::mutex> guard(m_lock);
+      if (m_holding) {
+        m_held.push_back(task.id);
+        return;
+      }
+    }
+    announce(task.id);
   }
+
+  void announce(VAL_TASK_ID task) {
+    if (m_block.reportResults && m_block.resultAvailable) m_block.resultAvailable(m_block.callbackContext, task);
+  }
+
+ public:
+  void hold(bool on) {
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_holding = on;
+  }
+  // The held results are announced from the engine's own thread, as every other one.
+  std::uint32_t releaseHeld(std::uint32_t count, bool newestFirst) {
+    std::deque<VAL_TASK_ID> released;
+    {
+      std::lock_guard<std::mutex> guard(m_lock);
+      while (!m_held.empty() && (count == 0 || released.size() < count)) {
+        if (newestFirst) {
+          released.push_back(m_held.back());
+          m_held.pop_back();
+        } else {
+          released.push_back(m_held.front());
+          m_held.pop_front();
+        }
+      }
+    }
+    for (VAL_TASK_ID task : released) postEvent([this, task] { announce(task); });
+    return static_cast<std::uint32_t>(released.size());
+  }
+
+ private:
 
   std::mutex m_lock;
   std::condition_variable m_wake;
@@ -210,6 +249,8 @@ class Engine {
   std::atomic<std::uint32_t> m_malform{0};
   bool m_replace = false;
   WipedBytes m_replacement;
+  bool m_holding = false;
+  std::deque<VAL_TASK_ID> m_held;
   std::mutex m_resultsLock;
   std::map<VAL_TASK_ID, WipedBytes> m_results;
 };
@@ -574,6 +615,11 @@ void VteDelayTasks(std::uint32_t milliseconds) { engine().delay(milliseconds); }
 std::uint64_t VteTasksStarted() { return engine().tasksStarted(); }
 void VteMalformNextResult(std::uint32_t how) { engine().malformNext(how); }
 void VteDeliverNextResult(const std::uint8_t* stream, std::uint32_t length) { engine().replaceNext(stream, length); }
+
+void VteHoldResults(std::uint32_t on) { engine().hold(on != 0); }
+std::uint32_t VteReleaseResults(std::uint32_t count, std::uint32_t newestFirst) {
+  return engine().releaseHeld(count, newestFirst != 0);
+}
 
 std::uint32_t VteDescribe(char* buffer, std::uint32_t size) {
   const std::string text = engine().store.describe();

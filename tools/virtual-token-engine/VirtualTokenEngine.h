@@ -27,6 +27,12 @@ std::uint64_t VteTasksStarted();
 void VteMalformNextResult(std::uint32_t how);
 // The next result is delivered as exactly these bytes (a stream the test wrote by hand).
 void VteDeliverNextResult(const std::uint8_t* stream, std::uint32_t length);
+// While on (1), finished tasks keep their results back: the provider hears of none until they are
+// released. Off (0) stops holding; what is held stays held.
+void VteHoldResults(std::uint32_t on);
+// Releases up to `count` held results (0: all), the oldest first or, with `newestFirst`, in the
+// opposite order (results that overtake each other); returns how many it released.
+std::uint32_t VteReleaseResults(std::uint32_t count, std::uint32_t newestFirst);
 // The current state as JSON into `buffer`; returns the size needed including the zero byte.
 std::uint32_t VteDescribe(char* buffer, std::uint32_t size);
 }
