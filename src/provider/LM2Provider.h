@@ -106,6 +106,9 @@ class CLM2Provider final : public ICredentialProvider,
   // Called with the tiles lock held: the token is among the ones present.
   void rememberToken(const Token& token);
   void requestCapabilities(const Token& token, std::uint64_t binding);
+  void requestTokenList();
+  // Whether `token` was reported removed after the token list `list` was asked for.
+  bool removedSince(const Token& token, const CtxTokenEngine4CP& list) const;
   // Whether `tile` still holds the connection of `token` that `context` was asked for.
   bool boundAsAskedFor(CCredentialStub* tile, const CtxTokenEngine4CP& context, const Token& token) const;
   // Hands a result about `token` (or, without one, about every tile) to the tiles concerned.
@@ -151,6 +154,9 @@ class CLM2Provider final : public ICredentialProvider,
   std::vector<Token> m_tokens;
   std::wstring m_preselectedUser;
   std::atomic<std::uint64_t> m_lastActivity{0};
+  // Token events seen, and the last removal of each token (at that count): the worker's alone.
+  std::atomic<std::uint64_t> m_tokenEvents{0};
+  std::vector<std::pair<Token, std::uint64_t>> m_removals;
   // Until then LogonUI is not asked to enumerate again: it refused the last request.
   std::atomic<std::uint64_t> m_refusedUntil{0};
 };

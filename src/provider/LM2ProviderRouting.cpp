@@ -6,6 +6,7 @@
 #include "logging/LogScope.h"
 #include "platform/StopOrWorkWait.h"
 #include "provider/TokenEngineAccess.h"
+#include "tokenengine/FacadeInterface.h"
 #include "tokenengine/TokenCapability.h"
 #include "tokenengine/TokenEngineAbstractionLayer.h"
 
@@ -148,11 +149,28 @@ void CLM2Provider::startTokenEngine() {
     }
     m_initializationProcessed = true;
     logging::debug(m_log, "token engine is already initialized...start searching for token");
-    m_engine->GetTokenListAsync(makeContext(Routine::TokenEngineTokenListCompletion));
+    requestTokenList();
   } else {
     logging::debug(m_log, "token engine is not initialized...start initialization");
     m_engine->InitializeAsync(makeContext(Routine::TokenEngineInitAsyncCompletion));
   }
+}
+
+// The list tells which tokens were there when the engine made it: a token pulled after it was
+// asked for is not taken from it (its removal came first), hence the event count it was asked at.
+void CLM2Provider::requestTokenList() {
+  if (m_engine == nullptr) return;
+  m_engine->GetTokenListAsync(makeContext(Routine::TokenEngineTokenListCompletion,
+                                          std::make_shared<CtxDataWithData<std::uint64_t>>(nullptr, m_tokenEvents.load())));
+}
+
+bool CLM2Provider::removedSince(const Token& token, const CtxTokenEngine4CP& list) const {
+  const auto* askedAt = dynamic_cast<const CtxDataWithData<std::uint64_t>*>(list.getData().get());
+  if (askedAt == nullptr) return false;
+  for (const auto& [removed, at] : m_removals) {
+    if (removed.sameToken(token) && at > askedAt->getData()) return true;
+  }
+  return false;
 }
 
 void CLM2Provider::TokenEngineInitAsyncCompletion(const std::shared_ptr<CtxTokenEngine4CP>& context) {
@@ -169,7 +187,7 @@ void CLM2Provider::TokenEngineInitAsyncCompletion(const std::shared_ptr<CtxToken
     for (CCredentialStub* tile : m_tiles) tile->EnqueueAsyncContext(*context);
   }
   if (context->getResult()->succeeded() && m_engine) {
-    m_engine->GetTokenListAsync(makeContext(Routine::TokenEngineTokenListCompletion));
+    requestTokenList();
   }
   m_initializationProcessed = true;
 }
@@ -183,6 +201,10 @@ void CLM2Provider::TokenEngineTokenListCompletion(const std::shared_ptr<CtxToken
   }
   bool created = false;
   for (const Token& token : list->getTokens()) {
+    if (removedSince(token, *context)) {
+      logging::warn(m_log, "listed token was removed since the list was asked for...ignore it");
+      continue;
+    }
     {
       std::lock_guard<std::mutex> guard(m_tilesLock);
       if (m_tiles.empty() || m_scenarioPending) {
@@ -236,6 +258,11 @@ void CLM2Provider::TokenEngineTokenRemovedCallback(const std::shared_ptr<CtxToke
     logging::error(m_log, "invalid async result for token removed event");
     return;
   }
+  const std::uint64_t at = ++m_tokenEvents;
+  m_removals.erase(std::remove_if(m_removals.begin(), m_removals.end(),
+                                  [&](const std::pair<Token, std::uint64_t>& removal) { return removal.first.sameToken(*token); }),
+                   m_removals.end());
+  m_removals.emplace_back(*token, at);
   std::lock_guard<std::mutex> guard(m_tilesLock);
   m_tokens.erase(std::remove_if(m_tokens.begin(), m_tokens.end(), [&](const Token& t) { return t.sameToken(*token); }),
                  m_tokens.end());
@@ -325,6 +352,12 @@ void CLM2Provider::TokenEngineGetTokenCapabilitiesCompletion(const std::shared_p
     logging::error(m_log, "invalid async result for get token capabilities completion");
     return;
   }
+  if (result->getResultCode() == VAL_E_TOKEN_NOT_PRESENT) {
+    // Pulled right after it came: its removal is on its way and shows "Please connect token";
+    // a failure shown meanwhile would only flash up (and ask the user to pull it).
+    logging::warn(m_log, "token is gone...its capabilities wait for its removal");
+    return;
+  }
   const auto* capability = context->getResultAs<AsyncResultWithData<TokenCapability>>();
   bool stillBound = false;
   {
@@ -354,6 +387,10 @@ void CLM2Provider::TokenEngineListUsersOnTokenCompletion(const std::shared_ptr<C
   const Token* token = tokenOf(*context);
   if (token == nullptr) {
     logging::error(m_log, "invalid context data for list user on token completion");
+    return;
+  }
+  if (context->getResult() && context->getResult()->getResultCode() == VAL_E_TOKEN_NOT_PRESENT) {
+    logging::warn(m_log, "token is gone...its users wait for its removal");
     return;
   }
   handToTiles(*context, token);

@@ -201,6 +201,17 @@ bool ScriptRunner::expect(std::vector<std::wstring> words, std::wstring& error) 
     }
     return actual == words[3] || mismatch(fieldName + L" text", words[3], actual);
   }
+  if (what == L"text-in") {
+    // One of several texts, separated by " | ".
+    const std::wstring actual = tile.view.textOf(field);
+    std::wstring choices = words[3];
+    for (std::size_t at = 0; at != std::wstring::npos;) {
+      const std::size_t bar = choices.find(L" | ", at);
+      if (choices.substr(at, bar == std::wstring::npos ? std::wstring::npos : bar - at) == actual) return true;
+      at = bar == std::wstring::npos ? bar : bar + 3;
+    }
+    return mismatch(fieldName + L" text", L"one of " + words[3], actual);
+  }
   if (what == L"items") {
     std::wstring actual;
     for (const std::wstring& item : tile.view.comboItems) actual += (actual.empty() ? L"" : L" | ") + item;

@@ -350,7 +350,7 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
     if (engineCommand ||
         command == L"select" ||
         command == L"type" || command == L"check" || command == L"choose" || command == L"click" ||
-        command == L"submit" || command == L"report" || command == L"expect") {
+        command == L"submit" || command == L"report" || (command == L"expect" && words.size() > 1 && words[1] != L"threads")) {
       error = command + L": the screen is not started (use 'start')";
       return false;
     }

@@ -105,6 +105,8 @@ ChaosSession chaosSession(std::uint32_t seed) {
   }
   out.push_back(L"tokens {\"tokens\": [" + initial + L"]}");
   out.push_back(L"start");
+  // Tokens come and go once the engine runs (it reads its tokens when it starts).
+  out.push_back(L"wait for nowhere containing \"Token Engine is initializing\"");
 
   bool faults = false;   // the engine was made to misbehave: a failed read may show
   bool holding = false;  // results held back: no submit until they are released
@@ -171,12 +173,16 @@ ChaosSession chaosSession(std::uint32_t seed) {
       // A submit, early or repeated, sometimes with the token pulled while it waits; then
       // Windows' verdict, sometimes twice.
       const std::vector<std::size_t> inserted = presentKinds();
+      unsigned pulledAfter = 0;
       if (!inserted.empty() && dice.chance(20)) {
         const std::size_t pulled = inserted[dice.below(static_cast<unsigned>(inserted.size()))];
-        out.push_back(L"remove " + std::wstring(kinds[pulled].id) + L" after " + std::to_wstring(dice.below(150)));
+        pulledAfter = 1 + dice.below(150);
+        out.push_back(L"remove " + std::wstring(kinds[pulled].id) + L" after " + std::to_wstring(pulledAfter));
         present[pulled] = false;
       }
       out.push_back(L"try submit");
+      // The token is gone before the next step (which may connect it again).
+      if (pulledAfter) out.push_back(L"sleep " + std::to_wstring(pulledAfter + 50));
       if (dice.chance(25)) out.push_back(L"try submit");
       if (dice.chance(70)) {
         const std::wstring verdict = dice.of(kVerdicts);
@@ -222,7 +228,7 @@ ChaosSession chaosSession(std::uint32_t seed) {
   for (std::size_t index = 0; index < kinds.size(); ++index) {
     if (present[index]) out.push_back(L"remove " + std::wstring(kinds[index].id));
   }
-  out.push_back(L"wait for every tile text 6 \"Please connect token\"");
+  out.push_back(L"wait for every tile text-in 6 \"Please connect token | Search for connected token ...\"");
   check();
   out.push_back(L"end");
   out.push_back(L"expect threads as-before-start");
