@@ -92,9 +92,14 @@ ChaosSession chaosSession(std::uint32_t seed) {
   out.push_back(L"service");
   out.push_back(L"reg set HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI "
                 L"LastLoggedOnSAMUser sz \".\\%USERNAME%\"");
+  // As Windows has it: the session's user recorded where Windows 7 LogonUI records it, and a user
+  // array that names the user whose password is changed.
+  out.push_back(L"reg set HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI\\SessionData\\1 "
+                L"LoggedOnSAMUser sz \".\\%USERNAME%\"");
   static const std::vector<std::wstring> kScenarios = {L"logon", L"logon", L"unlock", L"change-password", L"credui"};
-  out.push_back(L"scenario " + dice.of(kScenarios));
-  out.push_back(dice.chance(50) ? L"users as-windows" : L"users none");
+  const std::wstring scenario = dice.of(kScenarios);
+  out.push_back(L"scenario " + scenario);
+  out.push_back(dice.chance(50) || scenario == L"change-password" ? L"users as-windows" : L"users none");
   // Some tokens are there before the screen starts.
   std::vector<bool> present(kinds.size(), false);
   std::wstring initial;
