@@ -224,6 +224,38 @@ TEST_F(ProviderTest, ATokenListedTwiceGetsItsTilesOnce) {
 
 // Re-enumeration waits for the provider's pause (100 ms after its creation on Windows 10, 1 s on
 // Windows 7), and every success shortens it to a tenth.
+// Another provider of the process started the engine: the token list answers at once, before
+// LogonUI enumerates. The tile is made once, by the enumeration, and reads the token once.
+TEST_F(ProviderTest, ATokenListedBeforeTheFirstEnumerationGetsItsTileOnce) {
+  test::DebugOutputCapture trace;
+  harness.describeTokens(tokens({kEmptyToken}));
+  ProviderSession first(harness.createProvider(), CPUS_LOGON);
+  ASSERT_EQ(first.start(), S_OK);
+  ASSERT_TRUE(first.waitForMessage(message(103)));
+  ProviderSession second(harness.createProvider(), CPUS_LOGON);
+  ASSERT_EQ(second.start(std::chrono::milliseconds(600)), S_OK);
+  ASSERT_TRUE(second.waitForMessage(message(103)));
+  std::this_thread::sleep_for(std::chrono::milliseconds(700));
+  second.followChanges();
+  EXPECT_EQ(second.tiles().size(), 1u);
+  EXPECT_EQ(second.tiles()[0].textOf(6), message(103));
+  EXPECT_FALSE(trace.contains("invalid state transition detected"));
+}
+
+// LogonUI advises again (after UnAdvise): the tiles, past the engine's start, stay where they are.
+TEST_F(ProviderTest, AdvisingAgainMovesNoTileBack) {
+  test::DebugOutputCapture trace;
+  harness.describeTokens(tokens({kEmptyToken}));
+  ProviderSession session(harness.createProvider(), CPUS_LOGON);
+  ASSERT_EQ(session.start(), S_OK);
+  ASSERT_TRUE(session.waitForMessage(message(103)));
+  ASSERT_EQ(session.provider()->UnAdvise(), S_OK);
+  ASSERT_EQ(session.provider()->Advise(&session.events(), 0x4C4D32), S_OK);
+  std::this_thread::sleep_for(std::chrono::milliseconds(700));
+  EXPECT_EQ(session.tiles()[0].textOf(6), message(103));
+  EXPECT_FALSE(trace.contains("invalid state transition detected"));
+}
+
 TEST_F(ProviderTest, ReenumerationWaitsAndThePauseShrinks) {
   test::DebugOutputCapture trace;
   harness.describeTokens(tokens({}));

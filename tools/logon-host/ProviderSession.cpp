@@ -18,7 +18,7 @@ ProviderSession::ProviderSession(ComPtr<ICredentialProvider> provider, CREDENTIA
 
 ProviderSession::~ProviderSession() { end(); }
 
-HRESULT ProviderSession::start() {
+HRESULT ProviderSession::start(std::chrono::milliseconds beforeEnumeration) {
   HRESULT hr = m_provider->SetUsageScenario(m_scenario, m_flags);
   if (FAILED(hr)) return hr;
   if (m_users) {
@@ -43,6 +43,7 @@ HRESULT ProviderSession::start() {
     m_types.push_back(field.type);
     m_fields.push_back(std::move(field));
   }
+  if (beforeEnumeration.count() > 0) ::Sleep(static_cast<DWORD>(beforeEnumeration.count()));
   return enumerate();
 }
 

@@ -32,8 +32,9 @@ class ProviderSession {
   ProviderSession(const ProviderSession&) = delete;
   ProviderSession& operator=(const ProviderSession&) = delete;
 
-  // SetUsageScenario, SetUserArray, Advise, the field descriptors, and the first enumeration.
-  HRESULT start();
+  // SetUsageScenario, SetUserArray, Advise, the field descriptors, and the first enumeration,
+  // `beforeEnumeration` after the rest (a LogonUI that takes its time).
+  HRESULT start(std::chrono::milliseconds beforeEnumeration = std::chrono::milliseconds(0));
   // GetCredentialCount and GetCredentialAt; new tiles are advised and read.
   HRESULT enumerate();
   // Enumerates again when the provider asked for it since the last enumeration (true then).

@@ -347,13 +347,31 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
 
   const bool engineCommand = command == L"insert" || command == L"remove" || command.rfind(L"engine-", 0) == 0;
   if (!m_screen.started() && command != L"wait") {
-    if (engineCommand ||
+    if (engineCommand || command == L"later" ||
         command == L"select" ||
         command == L"type" || command == L"check" || command == L"choose" || command == L"click" ||
         command == L"submit" || command == L"report" || (command == L"expect" && words.size() > 1 && words[1] != L"threads")) {
       error = command + L": the screen is not started (use 'start')";
       return false;
     }
+  }
+  if (command == L"later") {
+    // "later MS COMMAND": an engine command (insert, remove, engine-…) that happens that much later,
+    // from a thread of its own, while LogonUI's thread may be waiting in the provider.
+    const std::size_t blank = rest.find_first_of(L" \t");
+    const std::wstring line = blank == std::wstring::npos ? L"" : rest.substr(rest.find_first_not_of(L" \t", blank));
+    if (!needNumber(words, 1, L"milliseconds", number, error)) return false;
+    if (!needWord(words, 2, L"an engine command", error) ||
+        !(words[2] == L"insert" || words[2] == L"remove" || words[2].rfind(L"engine-", 0) == 0)) {
+      error = L"later: MS and an engine command (insert, remove, engine-...) expected";
+      return false;
+    }
+    m_later.emplace_back([this, line, delay = number] {
+      ::Sleep(delay);
+      std::wstring ignored;
+      run(line, ignored);
+    });
+    return true;
   }
   if (command == L"service") return reinstallServiceDouble(rest, error);
   if (engineCommand) {
