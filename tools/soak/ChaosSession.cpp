@@ -114,7 +114,6 @@ ChaosSession chaosSession(std::uint32_t seed) {
   out.push_back(L"wait for nowhere containing \"Token Engine is initializing\"");
 
   bool faults = false;   // the engine was made to misbehave: a failed read may show
-  bool holding = false;  // results held back: no submit until they are released
   const auto check = [&] {
     for (const wchar_t* text : kNeverShown) out.push_back(L"expect nowhere containing \"" + std::wstring(text) + L"\"");
     if (!faults) out.push_back(L"expect nowhere containing \"" + std::wstring(kCapabilityFailure) + L"\"");
@@ -174,7 +173,7 @@ ChaosSession chaosSession(std::uint32_t seed) {
       out.push_back(L"try choose 5 " + std::to_wstring(1 + dice.below(3)));
     } else if (roll < 57) {
       out.push_back(L"try select " + std::to_wstring(1 + dice.below(3)));
-    } else if (roll < 72 && !holding) {
+    } else if (roll < 72) {
       // A submit, early or repeated, sometimes with the token pulled while it waits; then
       // Windows' verdict, sometimes twice.
       const std::vector<std::size_t> inserted = presentKinds();
@@ -206,15 +205,14 @@ ChaosSession chaosSession(std::uint32_t seed) {
       out.push_back(L"engine-malform " + std::to_wstring(1 + dice.below(4)));
       faults = true;
     } else if (roll < 88) {
-      // Results held back, then let go, maybe the newest first (results that overtake others).
-      if (!holding) {
-        out.push_back(L"engine-hold on");
-        holding = true;
-      } else {
-        out.push_back(std::wstring(L"engine-release") + (dice.chance(50) ? L" newest-first" : L""));
-        out.push_back(L"engine-hold off");
-        holding = false;
-      }
+      // Results held back for a while and then let go, maybe the newest first (results that
+      // overtake others). The engine lets them go by itself: a submit LogonUI makes meanwhile (an
+      // automatic logon) waits for them, as it waits for a slow token.
+      const unsigned held = 100 + dice.below(500);
+      out.push_back(L"engine-hold on");
+      out.push_back(L"later " + std::to_wstring(held) + L" engine-hold off");
+      out.push_back(L"later " + std::to_wstring(held + 10) + L" engine-release" +
+                    (dice.chance(50) ? L" newest-first" : L""));
     } else if (roll < 91) {
       static const std::vector<std::wstring> kServices = {L"service", L"service --fault=close --faulty-requests=1",
                                                           L"service --fault=change-byte", L"service --delay-ms=300"};
@@ -224,10 +222,8 @@ ChaosSession chaosSession(std::uint32_t seed) {
     }
     check();
   }
-  if (holding) {
-    out.push_back(L"engine-release");
-    out.push_back(L"engine-hold off");
-  }
+  out.push_back(L"engine-hold off");
+  out.push_back(L"engine-release");
   // Once things settle without tokens, every tile asks for one.
   out.push_back(L"engine-delay 0");
   for (std::size_t index = 0; index < kinds.size(); ++index) {
