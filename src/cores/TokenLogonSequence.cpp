@@ -53,6 +53,7 @@ bool TokenLogonSequence::run(Routine routine, const CtxTokenEngine4CP* own, cons
   // takes it only as the answer to this very operation.
   auto context = own->forOperation(m_tile, routine);
   m_awaitedOperation = context->operation();
+  // Only the answer to this operation counts: nothing that came before proves a PIN.
   m_lastResultCode = notYetAnswered();
   TokenEngineAbstractionLayer* engine = TokenEngineAbstractionLayer::acquirePublished();
   if (engine == nullptr) return false;
@@ -112,8 +113,6 @@ HRESULT TokenLogonSequence::pack(const User& user, const std::wstring& password,
 
 bool TokenLogonSequence::provePin(const User& user, const CtxTokenEngine4CP* own, DWORD pinField, PWSTR* statusText,
                                   CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
-  // Only the answer to this step proves the PIN: nothing that came before counts.
-  m_lastResultCode = notYetAnswered();
   bool arrived = true;
   if (m_tile->IsAskPINPossible()) {
     logging::debug(m_log, "do alternative authentication path");
@@ -192,7 +191,6 @@ bool TokenLogonSequence::replacePasswordOnToken(const User& user, const CtxToken
 
 bool TokenLogonSequence::changePin(const Token& token, const CtxTokenEngine4CP* own, const std::wstring& oldPin,
                                    const std::wstring& newPin) {
-  m_lastResultCode = notYetAnswered();
   // A PIN change proves the old PIN: its result comes back as the state's PIN check.
   return run(Routine::TokenEngineCheckPINCompletion, own,
              [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {

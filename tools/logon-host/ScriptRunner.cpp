@@ -136,6 +136,73 @@ bool ScriptRunner::run(const std::wstring& line, std::wstring& error) {
   return runCommand(words, rest, error);
 }
 
+// The engine that a later command calls is found now, on LogonUI's thread; the command runs on a
+// thread of its own.
+bool ScriptRunner::runLater(DWORD delay, std::vector<std::wstring> words, std::wstring rest, std::wstring& error) {
+  const vte::EngineControl control = engineControl(m_screen);
+  if (!control.available()) {
+    error = words[0] + L": no virtual token engine is loaded";
+    return false;
+  }
+  m_later.emplace_back([control, delay, words = std::move(words), rest = std::move(rest)] {
+    ::Sleep(delay);
+    std::wstring ignored;
+    runEngineCommand(control, words, rest, ignored);
+  });
+  return true;
+}
+
+bool ScriptRunner::runEngineCommand(const vte::EngineControl& control, const std::vector<std::wstring>& words,
+                                    const std::wstring& rest, std::wstring& error) {
+  const std::wstring& command = words[0];
+  unsigned long number = 0;
+  if (command == L"engine-delay") {
+    if (!needNumber(words, 1, L"milliseconds", number, error)) return false;
+    control.delayTasks(number);
+    return true;
+  }
+  if (command == L"engine-fail") {
+    // The engine's next task of that function ends with the code (a token that refuses).
+    unsigned long function = 0;
+    unsigned long long code = 0;
+    if (!needWord(words, 2, L"a task function and a result code", error) ||
+        !byName(kTaskFunctions, words[1], function) || !toNumber64(words[2], code)) {
+      error = L"engine-fail: a task function (" + namesOf(kTaskFunctions) + L") and a code expected";
+      return false;
+    }
+    control.failNextTask(static_cast<std::uint32_t>(function), code);
+    return true;
+  }
+  if (command == L"engine-hold") {
+    // Finished tasks keep their results back until released: a result that comes late.
+    if (!needWord(words, 1, L"on or off", error)) return false;
+    control.holdResults(words[1] == L"on" ? 1 : 0);
+    return true;
+  }
+  if (command == L"engine-release") {
+    // engine-release [COUNT] [newest-first]: results that come now, maybe overtaking each other.
+    if (words.size() > 1 && words[1] != L"newest-first" && !needNumber(words, 1, L"a count", number, error)) return false;
+    control.releaseResults(number, words.back() == L"newest-first" ? 1 : 0);
+    return true;
+  }
+  if (command == L"engine-malform") {
+    if (!needNumber(words, 1, L"a kind of damage (1 to 4)", number, error)) return false;
+    control.malformNextResult(number);
+    return true;
+  }
+  if (command != L"insert" && command != L"remove") {
+    error = command + L": unknown engine command";
+    return false;
+  }
+  const int result = command == L"insert" ? control.insertToken(toUtf8(rest).c_str())
+                                          : control.removeToken(toUtf8(rest).c_str());
+  if (result != 0) {
+    error = command + L": the engine refused " + rest + L" (" + std::to_wstring(result) + L")";
+    return false;
+  }
+  return true;
+}
+
 // The engine that a later command calls stays loaded until that command ran.
 void ScriptRunner::finishLaterCommands() {
   for (std::thread& later : m_later) later.join();
@@ -366,75 +433,24 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
       error = L"later: MS and an engine command (insert, remove, engine-...) expected";
       return false;
     }
-    m_later.emplace_back([this, line, delay = number] {
-      ::Sleep(delay);
-      std::wstring ignored;
-      run(line, ignored);
-    });
-    return true;
+    const std::size_t commandEnd = line.find_first_of(L" \t");
+    const std::wstring laterRest =
+        commandEnd == std::wstring::npos ? L"" : line.substr(line.find_first_not_of(L" \t", commandEnd));
+    return runLater(number, std::vector<std::wstring>(words.begin() + 2, words.end()), laterRest, error);
   }
   if (command == L"service") return reinstallServiceDouble(rest, error);
   if (engineCommand) {
+    if (command == L"remove" && words.size() == 4 && words[2] == L"after") {
+      // While LogonUI's thread is busy (a GetSerialization that waits), a person pulls the token.
+      return needNumber(words, 3, L"milliseconds", number, error) &&
+             runLater(number, {L"remove", words[1]}, words[1], error);
+    }
     const vte::EngineControl control = engineControl(m_screen);
     if (!control.available()) {
       error = command + L": no virtual token engine is loaded";
       return false;
     }
-    if (command == L"engine-delay") {
-      if (!needNumber(words, 1, L"milliseconds", number, error)) return false;
-      control.delayTasks(number);
-      return true;
-    }
-    if (command == L"engine-fail") {
-      // The engine's next task of that function ends with the code (a token that refuses).
-      unsigned long function = 0;
-      unsigned long long code = 0;
-      if (!needWord(words, 2, L"a task function and a result code", error) ||
-          !byName(kTaskFunctions, words[1], function) || !toNumber64(words[2], code)) {
-        error = L"engine-fail: a task function (" + namesOf(kTaskFunctions) + L") and a code expected";
-        return false;
-      }
-      control.failNextTask(static_cast<std::uint32_t>(function), code);
-      return true;
-    }
-    if (command == L"engine-hold") {
-      // Finished tasks keep their results back until released: a result that comes late.
-      if (!needWord(words, 1, L"on or off", error)) return false;
-      control.holdResults(words[1] == L"on" ? 1 : 0);
-      return true;
-    }
-    if (command == L"engine-release") {
-      // engine-release [COUNT] [newest-first]: results that come now, maybe overtaking each other.
-      unsigned long count = 0;
-      if (words.size() > 1 && words[1] != L"newest-first" && !needNumber(words, 1, L"a count", count, error)) return false;
-      control.releaseResults(count, words.back() == L"newest-first" ? 1 : 0);
-      return true;
-    }
-    if (command == L"engine-malform") {
-      if (!needNumber(words, 1, L"a kind of damage (1 to 4)", number, error)) return false;
-      control.malformNextResult(number);
-      return true;
-    }
-    if (command != L"insert" && command != L"remove") {
-      error = command + L": unknown engine command";
-      return false;
-    }
-    if (command == L"remove" && words.size() == 4 && words[2] == L"after") {
-      // While LogonUI's thread is busy (a GetSerialization that waits), a person pulls the token.
-      if (!needNumber(words, 3, L"milliseconds", number, error)) return false;
-      m_later.emplace_back([control, id = toUtf8(words[1]), delay = number] {
-        ::Sleep(delay);
-        control.removeToken(id.c_str());
-      });
-      return true;
-    }
-    const int result = command == L"insert" ? control.insertToken(toUtf8(rest).c_str())
-                                            : control.removeToken(toUtf8(rest).c_str());
-    if (result != 0) {
-      error = command + L": the engine refused " + rest + L" (" + std::to_wstring(result) + L")";
-      return false;
-    }
-    return true;
+    return runEngineCommand(control, words, rest, error);
   }
   if (command == L"wait" && words.size() > 2 && words[1] == L"for") {
     // Any expectation, waited for up to 10 s: "wait for state 8 selected".

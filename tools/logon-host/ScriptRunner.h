@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "EngineControl.h"
 #include "LogonScreen.h"
 #include "RegistryChanges.h"
 
@@ -40,6 +41,10 @@ class ScriptRunner {
   std::wstring resolve(const std::wstring& path) const;
   bool reinstallServiceDouble(const std::wstring& options, std::wstring& error);
   void finishLaterCommands();
+  // Runs the engine command `words` (`rest`: the line after its first word) `delay` ms later.
+  bool runLater(DWORD delay, std::vector<std::wstring> words, std::wstring rest, std::wstring& error);
+  static bool runEngineCommand(const vte::EngineControl& control, const std::vector<std::wstring>& words,
+                               const std::wstring& rest, std::wstring& error);
   bool fileContains(const std::wstring& path, const std::wstring& text) const;
   static long processThreadCount();
 
