@@ -157,7 +157,7 @@ class CCredentialStub final : public ICredentialProviderCredential2,
 
   // The result queue and its handler.
   void EnqueueAsyncContext(const CtxTokenEngine4CP& context);
-  void ClearAsyncResultQueue();
+  void ClearAsyncResultQueue() noexcept;
   // On return no result is in processing, and none starts until LogonUI shows the tile again.
   void PauseResultHandler();
   void ChangeCurrentCore(std::unique_ptr<CCredentialCoreBase> core, bool coreLockHeld);

@@ -30,13 +30,18 @@ void CCredentialStub::EnqueueAsyncContext(const CtxTokenEngine4CP& context) {
   m_resultAvailableEvent.set();
 }
 
-void CCredentialStub::ClearAsyncResultQueue() {
-  std::deque<std::unique_ptr<CtxTokenEngine4CP>> dropped;
-  {
-    std::lock_guard<std::mutex> guard(m_queueLock);
-    dropped.swap(m_resultQueue);
+// One result at a time, each destroyed outside the lock; nothing here allocates (an empty deque
+// would), so the tile's destructor can rely on it.
+void CCredentialStub::ClearAsyncResultQueue() noexcept {
+  for (;;) {
+    std::unique_ptr<CtxTokenEngine4CP> dropped;
+    {
+      std::lock_guard<std::mutex> guard(m_queueLock);
+      if (m_resultQueue.empty()) return;
+      dropped = std::move(m_resultQueue.front());
+      m_resultQueue.pop_front();
+    }
   }
-  while (!dropped.empty()) dropped.pop_front();
 }
 
 void CCredentialStub::PauseResultHandler() {

@@ -25,7 +25,7 @@ static_assert(sizeof(kDots) - 1 == kMaxDepth, "one dot per possible scope");
 
 enum class Level { kDebug, kInfo, kWarn, kError };
 
-void write(Category& category, Level level, const char* format, va_list args) {
+void write(Category& category, Level level, const char* format, va_list args) noexcept try {
   ThreadTrace& trace = t_trace;
   std::vsnprintf(trace.buffer, sizeof trace.buffer, format, args);
 
@@ -37,6 +37,7 @@ void write(Category& category, Level level, const char* format, va_list args) {
     case Level::kWarn: category.warn(lineFormat, kDots, trace.buffer); break;
     case Level::kError: category.error(lineFormat, kDots, trace.buffer); break;
   }
+} catch (...) {
 }
 
 }  // namespace
@@ -57,7 +58,7 @@ bool configure(const std::string& propertiesPathUtf8) {
 }
 
 #define LM2_TRACE_WRITER(function, level)                     \
-  void function(Category& category, const char* format, ...) { \
+  void function(Category& category, const char* format, ...) noexcept { \
     va_list args;                                              \
     va_start(args, format);                                    \
     write(category, level, format, args);                      \
@@ -69,8 +70,9 @@ LM2_TRACE_WRITER(warn, Level::kWarn)
 LM2_TRACE_WRITER(error, Level::kError)
 #undef LM2_TRACE_WRITER
 
-void debugStream(Category& category, const std::string& text) {
+void debugStream(Category& category, const std::string& text) noexcept try {
   category.getStream(priority::kDebug) << text;
+} catch (...) {
 }
 
 unsigned currentDepth() noexcept { return t_trace.depth; }

@@ -32,13 +32,15 @@ Category& getCategory(const char* name);
 // propagate.
 bool configure(const std::string& propertiesPathUtf8);
 
-void debug(Category& category, const char* format, ...) LM2_PRINTF_FORMAT(2, 3);
-void info(Category& category, const char* format, ...) LM2_PRINTF_FORMAT(2, 3);
-void warn(Category& category, const char* format, ...) LM2_PRINTF_FORMAT(2, 3);
-void error(Category& category, const char* format, ...) LM2_PRINTF_FORMAT(2, 3);
+// A record that cannot be written (memory ran out, an appender failed) is lost: the trace never
+// changes what the code that writes it does, in destructors and releases least of all.
+void debug(Category& category, const char* format, ...) noexcept LM2_PRINTF_FORMAT(2, 3);
+void info(Category& category, const char* format, ...) noexcept LM2_PRINTF_FORMAT(2, 3);
+void warn(Category& category, const char* format, ...) noexcept LM2_PRINTF_FORMAT(2, 3);
+void error(Category& category, const char* format, ...) noexcept LM2_PRINTF_FORMAT(2, 3);
 
-// Writes one DEBUG record through the category's stream interface.
-void debugStream(Category& category, const std::string& text);
+// Writes one DEBUG record through the category's stream interface (lost as above).
+void debugStream(Category& category, const std::string& text) noexcept;
 
 // Scope nesting of the calling thread (0 to kMaxDepth); maintained by LogScope.
 unsigned currentDepth() noexcept;

@@ -245,8 +245,15 @@ IFACEMETHODIMP CLM2Provider::GetCredentialCount(DWORD* count, DWORD* defaultInde
       m_scenarioPending = false;
     }
     if (recreate) {
-      releaseTiles();
-      createTilesForScenario();
+      bool complete = false;
+      try {
+        releaseTiles();
+        complete = createTilesForScenario();
+      } catch (...) {
+        enumerateAgainLater();
+        throw;
+      }
+      if (!complete) enumerateAgainLater();
     }
     m_enumeratedEvent.set();
     std::lock_guard<std::mutex> guard(m_tilesLock);

@@ -117,8 +117,12 @@ class CLM2Provider final : public ICredentialProvider,
   HRESULT CreateLogonCredentials(const Token* token, std::uint64_t binding);
   HRESULT createTile(const Token* token, std::uint64_t binding, ICredentialProviderUser* user);
   void releaseTiles();
-  // The tiles for the current scenario, given what the engine has reported so far.
-  void createTilesForScenario();
+  // The tiles for the current scenario, given what the engine has reported so far. False when a
+  // tile could not be made.
+  bool createTilesForScenario();
+  // A tile could not be made (memory ran out): the next enumeration makes the scenario's tiles
+  // anew, and LogonUI is asked for one.
+  void enumerateAgainLater() noexcept;
   // Starts or reuses the process's token engine.
   void startTokenEngine();
 

@@ -274,6 +274,7 @@ void CLM2Provider::TokenEngineTokenRemovedCallback(const std::shared_ptr<CtxToke
 
 bool CLM2Provider::takeToken(const Token& token) {
   bool created = false;
+  bool missing = false;
   // Every connection of the token gets its own number: what is asked for it reaches its tiles
   // only while they are bound to this very connection.
   const std::uint64_t binding = CtxTokenEngine4CP::nextNumber();
@@ -294,8 +295,13 @@ bool CLM2Provider::takeToken(const Token& token) {
       for (CCredentialStub* tile : withoutToken) tile->SetRelatedToken(&token, binding);
     } else {
       logging::debug(m_log, "create new credentials for added token");
-      created = SUCCEEDED(_CreateEnumeratedCredentials(&token, binding));
+      if (FAILED(_CreateEnumeratedCredentials(&token, binding))) missing = true;
+      created = true;
     }
+  }
+  if (missing) {
+    enumerateAgainLater();
+    return false;
   }
   requestCapabilities(token, binding);
   return created;
@@ -475,18 +481,21 @@ HRESULT CLM2Provider::_CreateEnumeratedCredentials(const Token* token, std::uint
 // Called with the tiles lock held. In user array mode (Windows 8 and later, not CredUI) every
 // user LogonUI shows gets a tile for the token; the tile of a user who is on the token logs on,
 // the others say that the user is not linked to it.
+// Answers the first failure: one tile missing means the screen is incomplete.
 HRESULT CLM2Provider::CreateLogonCredentials(const Token* token, std::uint64_t binding) {
   HRESULT hr = S_OK;
   if (m_userArrayMode && m_scenario != CPUS_CREDUI && m_userArray) {
     DWORD count = 0;
     m_userArray->GetCount(&count);
+    HRESULT first = S_OK;
     for (DWORD index = 0; index < count; ++index) {
       ComPtr<ICredentialProviderUser> user;
       if (FAILED(m_userArray->GetAt(index, user.put()))) continue;
       hr = createTile(token, binding, user.get());
       logging::debug(m_log, "CLM2Provider::CreateLogonCredentials:815  HRESULT (0x%08x)", static_cast<unsigned>(hr));
+      if (FAILED(hr) && SUCCEEDED(first)) first = hr;
     }
-    if (count > 0) return hr;
+    if (count > 0) return first;
   }
   hr = createTile(token, binding, nullptr);
   logging::debug(m_log, "CLM2Provider::CreateLogonCredentials:815  HRESULT (0x%08x)", static_cast<unsigned>(hr));
@@ -528,14 +537,16 @@ void CLM2Provider::releaseTiles() {
   }
 }
 
-void CLM2Provider::createTilesForScenario() {
+bool CLM2Provider::createTilesForScenario() {
   std::vector<Token> tokens;
   std::vector<std::uint64_t> bindings;
+  bool complete = true;
   {
     std::lock_guard<std::mutex> guard(m_tilesLock);
     tokens = m_tokens;
+    bindings.reserve(tokens.size());
     if (tokens.empty()) {
-      _CreateEnumeratedCredentials(nullptr, 0);
+      complete = SUCCEEDED(_CreateEnumeratedCredentials(nullptr, 0));
       // An engine that answered before these tiles existed: they start from its answer.
       if (m_initialization) {
         for (CCredentialStub* tile : m_tiles) tile->EnqueueAsyncContext(*m_initialization);
@@ -544,11 +555,21 @@ void CLM2Provider::createTilesForScenario() {
       for (const Token& token : tokens) {
         const std::uint64_t binding = CtxTokenEngine4CP::nextNumber();
         bindings.push_back(binding);
-        _CreateEnumeratedCredentials(&token, binding);
+        if (FAILED(_CreateEnumeratedCredentials(&token, binding))) complete = false;
       }
     }
   }
   for (std::size_t index = 0; index < tokens.size(); ++index) requestCapabilities(tokens[index], bindings[index]);
+  return complete;
+}
+
+void CLM2Provider::enumerateAgainLater() noexcept {
+  {
+    std::lock_guard<std::mutex> guard(m_tilesLock);
+    m_scenarioPending = true;
+  }
+  logging::error(m_log, "not every tile could be made...LogonUI is asked to enumerate again");
+  GuiChangedHandler(0);
 }
 
 }  // namespace lm2

@@ -98,7 +98,7 @@ void TokenEngineAbstractionLayer::completeReliably(CtxData& context, std::unique
   }
 }
 
-int TokenEngineAbstractionLayer::AddRef() {
+int TokenEngineAbstractionLayer::AddRef() noexcept {
   int count = m_refCount.load();
   do {
     if (count <= 0) {
@@ -110,7 +110,7 @@ int TokenEngineAbstractionLayer::AddRef() {
   return count + 1;
 }
 
-int TokenEngineAbstractionLayer::Release() {
+int TokenEngineAbstractionLayer::Release() noexcept {
   const int count = --m_refCount;
   logging::debug(m_log, "reference count of TokenEngineAbstractionLayer is %d", count);
   if (count != 0) return count;

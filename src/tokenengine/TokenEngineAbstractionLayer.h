@@ -79,12 +79,12 @@ class TokenEngineAbstractionLayer {
 
   // A reference for the caller. A layer whose last reference is already gone is not brought back:
   // AddRef then answers 0 and the caller must not use it.
-  int AddRef();
+  int AddRef() noexcept;
   // The last release unpublishes and destroys the layer. Destruction waits for the pool's workers
   // and the engine library's threads, so when the last release comes from one of those threads
   // (a completion or a token event that drops the last reference) the layer is destroyed on a
   // thread of its own instead.
-  int Release();
+  int Release() noexcept;
   // The published layer with a reference for the caller, or null when there is none (or it is
   // going away).
   static TokenEngineAbstractionLayer* acquirePublished();
