@@ -19,20 +19,21 @@ void KalderaSettings::load() {
   const SettingsKey key(kKalderaKeyPath);
   KalderaSettings& s = *this;
   s.ldapServer = key.readString(L"LdapServer", L"");
-  // Encrypted by default: the bind password and account names travel over this connection.
-  s.ldapUseSsl = key.readNumberOr(L"LdapUseSSL", 1) == 1;
-  s.ldapPort = key.readNumberOr(L"LdapDefaultPort", s.ldapUseSsl ? kLdapsPort : kLdapPort);
+  // Encrypted by default: the bind password and account names travel over this connection. A
+  // value this version does not know keeps the default rather than falling back to cleartext.
+  const DWORD tls = key.readNumberOr(L"LdapUseSSL", static_cast<DWORD>(LdapTls::kLdaps));
+  s.ldapTls = tls <= static_cast<DWORD>(LdapTls::kStartTls) ? static_cast<LdapTls>(tls) : LdapTls::kLdaps;
+  s.ldapPort = key.readNumberOr(L"LdapDefaultPort", s.ldapTls == LdapTls::kLdaps ? kLdapsPort : kLdapPort);
   s.ldapAuthDn = key.readString(L"LdapAuthDn", L"");
   key.readSecretString(L"LdapAuthPw", s.ldapAuthPassword);
-  s.ldapAnonymousBind = key.readNumberOr(L"LdapAnonymousBind", 0) != 0;
+  s.ldapAnonymousBind = key.readNumberOr(L"LdapAnonymousBind", 0) == 1;
+  s.ldapAllowCleartextBind = key.readNumberOr(L"LdapAllowCleartextBind", 0) == 1;
   s.ldapOptTimeLimit = key.readNumberOr(L"LdapOptTimeLimit", 10);
   // Two entries are enough to tell "exactly one account" from "ambiguous card id".
   s.ldapOptSizeLimit = key.readNumberOr(L"LdapOptSizeLimit", 2);
   s.ldapSearchBase = key.readString(L"LdapSearchBase", L"");
   s.ldapAttributeCardId = key.readString(L"LdapAttributeCardId", L"employeeID");
-  s.ldapSearchFilter = key.readString(L"LdapSearchFilter",
-                                      L"(&(objectClass=user)(" + s.ldapAttributeCardId + L"=" +
-                                          kCardIdPlaceholder + L"))");
+  s.ldapSearchFilter = key.readString(L"LdapSearchFilter", L"");
   s.ldapPrependToCardId = key.readString(L"LdapPrependToCardId", L"");
   s.ldapSearchTimeLimit = key.readNumberOr(L"LdapSearchTimeLimit", 10);
   s.ldapSearchScope = key.readNumberOr(L"LdapSearchScope", kSubtreeScope);

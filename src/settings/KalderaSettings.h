@@ -11,19 +11,25 @@ namespace lm2::settings {
 
 inline constexpr wchar_t kKalderaKeyPath[] =
     L"SOFTWARE\\Corvana\\Lumenar2\\CredentialProvider\\AbstractionLayer\\Kaldera";
-inline constexpr wchar_t kCardIdPlaceholder[] = L"##CARDID##";
+// How the connection to the directory is protected (LdapUseSSL).
+enum class LdapTls : DWORD {
+  kNone = 0,
+  kLdaps = 1,     // TLS from the first byte, port 636 by default
+  kStartTls = 2,  // StartTLS on the plain port before anything else is sent
+};
 
 struct KalderaSettings {
-  std::wstring ldapServer;
-  bool ldapUseSsl = true;
+  std::wstring ldapServer;  // one host or several separated by blanks, tried in order
+  LdapTls ldapTls = LdapTls::kLdaps;
   DWORD ldapPort = 636;
   std::wstring ldapAuthDn;
   std::wstring ldapAuthPassword;  // wiped when the settings are destroyed
   bool ldapAnonymousBind = false;
+  bool ldapAllowCleartextBind = false;  // a password bind over a connection without TLS
   DWORD ldapOptTimeLimit = 10;
   DWORD ldapOptSizeLimit = 2;
   std::wstring ldapSearchBase;
-  std::wstring ldapSearchFilter;
+  std::wstring ldapSearchFilter;  // empty: (<ldapAttributeCardId>=<card id>)
   std::wstring ldapAttributeCardId;
   std::wstring ldapPrependToCardId;
   DWORD ldapSearchTimeLimit = 10;

@@ -105,36 +105,50 @@ TEST_F(ProviderSettingsTest, SwitchesStringsAndListsAreReadAsConfigured) {
   EXPECT_EQ(domainBlackList(), (std::vector<std::wstring>{L"LAB"}));
 }
 
-TEST_F(ProviderSettingsTest, KalderaDefaultsAndPortFollowingTheSslSwitch) {
+TEST_F(ProviderSettingsTest, KalderaDefaultsAreSecureAndThePortFollowsTheTlsMode) {
   {
     KalderaSettings kaldera;
     kaldera.load();
     EXPECT_EQ(kaldera.ldapServer, L"");
-    EXPECT_TRUE(kaldera.ldapUseSsl);
+    EXPECT_EQ(kaldera.ldapTls, LdapTls::kLdaps);
     EXPECT_EQ(kaldera.ldapPort, 636u);
     EXPECT_EQ(kaldera.ldapAuthPassword, L"");
     EXPECT_FALSE(kaldera.ldapAnonymousBind);
+    EXPECT_FALSE(kaldera.ldapAllowCleartextBind);
     EXPECT_EQ(kaldera.ldapSearchScope, 2u);
     EXPECT_EQ(kaldera.ldapAttributeUsername, L"sAMAccountName");
-    EXPECT_NE(kaldera.ldapSearchFilter.find(kCardIdPlaceholder), std::wstring::npos);
+    EXPECT_EQ(kaldera.ldapSearchFilter, L"");
   }
-  test::setNumber(kKalderaKeyPath, L"LdapUseSSL", 0);
-  test::setString(kKalderaKeyPath, L"LdapServer", L"dc01.corp.example");
+  test::setNumber(kKalderaKeyPath, L"LdapUseSSL", 2);
+  test::setString(kKalderaKeyPath, L"LdapServer", L"dc01.corp.example dc02.corp.example");
   test::setString(kKalderaKeyPath, L"LdapAuthPw", L"bind-secret");
   test::setString(kKalderaKeyPath, L"LdapSearchFilter", L"(badge=##CARDID##)");
   {
     KalderaSettings kaldera;
     kaldera.load();
-    EXPECT_FALSE(kaldera.ldapUseSsl);
-    EXPECT_EQ(kaldera.ldapPort, 389u);
-    EXPECT_EQ(kaldera.ldapServer, L"dc01.corp.example");
+    EXPECT_EQ(kaldera.ldapTls, LdapTls::kStartTls);
+    EXPECT_EQ(kaldera.ldapPort, 389u);  // StartTLS begins on the plain port
+    EXPECT_EQ(kaldera.ldapServer, L"dc01.corp.example dc02.corp.example");
     EXPECT_EQ(kaldera.ldapAuthPassword, L"bind-secret");
     EXPECT_EQ(kaldera.ldapSearchFilter, L"(badge=##CARDID##)");
   }
-  test::setNumber(kKalderaKeyPath, L"LdapDefaultPort", 3269);
+  // A mode this version does not know, or a switch stored as text, never means cleartext.
+  test::setNumber(kKalderaKeyPath, L"LdapUseSSL", 7);
+  test::setString(kKalderaKeyPath, L"LdapAllowCleartextBind", L"1");
+  {
+    KalderaSettings kaldera;
+    kaldera.load();
+    EXPECT_EQ(kaldera.ldapTls, LdapTls::kLdaps);
+    EXPECT_FALSE(kaldera.ldapAllowCleartextBind);
+  }
+  test::setNumber(kKalderaKeyPath, L"LdapUseSSL", 0);
+  test::setNumber(kKalderaKeyPath, L"LdapAllowCleartextBind", 1);
+  test::setNumber(kKalderaKeyPath, L"LdapDefaultPort", 3268);
   KalderaSettings kaldera;
   kaldera.load();
-  EXPECT_EQ(kaldera.ldapPort, 3269u);
+  EXPECT_EQ(kaldera.ldapTls, LdapTls::kNone);
+  EXPECT_TRUE(kaldera.ldapAllowCleartextBind);
+  EXPECT_EQ(kaldera.ldapPort, 3268u);
 }
 
 }  // namespace
