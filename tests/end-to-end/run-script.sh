@@ -74,13 +74,21 @@ if [ -n "$trace_dir" ]; then
   LC_ALL=C sed -E 's/(0x)?[0-9A-Fa-f]{16}//g; s/0x[0-9A-Fa-f]{8}//g' "$trace" >"$searched"
   [ -f "$trace_dir/new-passwords.txt" ] && secrets="$secrets $(tr '\n' ' ' <"$trace_dir/new-passwords.txt")"
   set -f  # a password may hold * or ?: no file names in their place
+  # One pass over the trace for all of them (a soak batch has hundreds); each is named only when
+  # that pass found something.
+  patterns=()
   for secret in $secrets; do
-    for encoding in UTF-8 UTF-16LE; do
-      if LC_ALL=C grep -aqP "$(byte_pattern "$secret" "$encoding")" "$searched"; then
-        echo "run-script: the trace contains the secret '$secret' ($encoding)"; rc=1
-      fi
-    done
+    for encoding in UTF-8 UTF-16LE; do patterns+=("$(byte_pattern "$secret" "$encoding")"); done
   done
+  if [ ${#patterns[@]} -gt 0 ] && LC_ALL=C grep -aqP "$(IFS='|'; echo "${patterns[*]}")" "$searched"; then
+    for secret in $secrets; do
+      for encoding in UTF-8 UTF-16LE; do
+        if LC_ALL=C grep -aqP "$(byte_pattern "$secret" "$encoding")" "$searched"; then
+          echo "run-script: the trace contains the secret '$secret' ($encoding)"; rc=1
+        fi
+      done
+    done
+  fi
   set +f
   [ $rc -eq 0 ] && echo "run-script: the DEBUG trace ($(wc -l <"$trace") lines) holds none of the secrets"
   rm -rf "$trace_dir"
