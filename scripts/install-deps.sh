@@ -13,6 +13,7 @@ packages=(
   openssl osslsigncode                  # throw-away code signing of the virtual token engine
   nlohmann-json3-dev                    # description files of the virtual token engine
   locales                               # de_DE.UTF-8 for the German runs
+  slapd ldap-utils                      # the throw-away LDAP directory of the card-id tests
 )
 
 missing=()
@@ -27,6 +28,8 @@ if ((${#missing[@]})); then
   fi
   echo "install-deps: installing ${missing[*]}"
   export DEBIAN_FRONTEND=noninteractive
+  # The tests start their own directory: no system database, no daemon, no dialog.
+  echo "slapd slapd/no_configuration boolean true" | debconf-set-selections
   apt-get update -q
   apt-get install -y -q --no-install-recommends "${missing[@]}"
 fi
