@@ -20,7 +20,7 @@ if(LM2_UNDER_WINE)
 endif()
 
 # lm2_add_wine_gtest(NAME SOURCES … [LIBRARIES …] [WINDOWS_VERSIONS vista win7 win81 win10 …]
-#                    [GERMAN] [RESOURCE_LOCK lock])
+#                    [GERMAN] [RESOURCE_LOCK lock] [FIXTURE name])
 # RESOURCE_LOCK takes one name: a list would be flattened into the discovered tests' properties.
 # Builds a GoogleTest program for Windows and registers each of its tests as one CTest entry.
 # With WINDOWS_VERSIONS the same tests are linked once per version under the program name
@@ -29,7 +29,7 @@ endif()
 # cannot be chosen: one program is built and its version-bound tests skip.) GERMAN adds a run
 # NAME_<last version>_de.exe with a German user interface (LC_ALL=de_DE.UTF-8).
 function(lm2_add_wine_gtest name)
-  cmake_parse_arguments(ARG "GERMAN" "RESOURCE_LOCK" "SOURCES;LIBRARIES;WINDOWS_VERSIONS" ${ARGN})
+  cmake_parse_arguments(ARG "GERMAN" "RESOURCE_LOCK;FIXTURE" "SOURCES;LIBRARIES;WINDOWS_VERSIONS" ${ARGN})
   add_library(${name}_objects OBJECT ${ARG_SOURCES})
   target_link_libraries(${name}_objects PUBLIC ${ARG_LIBRARIES} GTest::gmock lm2_options)
 
@@ -60,7 +60,12 @@ function(lm2_add_wine_gtest name)
     endif()
     set(props LABELS windows)
     if(LM2_UNDER_WINE)
-      list(APPEND props FIXTURES_REQUIRED wine)
+      # A fixture of its own (one name only, as for the lock) must require "wine" itself.
+      if(ARG_FIXTURE)
+        list(APPEND props FIXTURES_REQUIRED ${ARG_FIXTURE})
+      else()
+        list(APPEND props FIXTURES_REQUIRED wine)
+      endif()
     endif()
     if(ARG_RESOURCE_LOCK)
       list(LENGTH ARG_RESOURCE_LOCK lock_count)
