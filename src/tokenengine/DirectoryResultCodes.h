@@ -22,6 +22,8 @@ inline constexpr ExtendedResult kConnectTimeout = 0xE0000000E0100034ull;
 inline constexpr ExtendedResult kUnreachable = 0xE0000000E0100035ull;
 // More than one directory entry names the card.
 inline constexpr ExtendedResult kAmbiguousCard = 0xE0000000E0100036ull;
+// The entry that names the card holds no account name (LdapAttributeUsername).
+inline constexpr ExtendedResult kEntryWithoutAccount = 0xE0000000E0100037ull;
 
 constexpr ExtendedResult fromLdap(std::uint32_t ldapError) noexcept {
   return result::make(0xE0000000u, 0xE0110000u | (ldapError & 0xFFFFu));

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "items/ItemBuffer.h"
 #include "items/ItemStream.h"
 #include "items/ItemValues.h"
 #include "logging/LogScope.h"
@@ -294,6 +295,26 @@ void FacadeBinding::freeLibrary() {
     logging::debug(m_log, "free facade library is necessary");
     m_library.reset();
   }
+}
+
+ExtendedResult FacadeBinding::readTokenList(std::vector<Token>& tokens) {
+  tokens.clear();
+  TaskOutcome outcome = runTask([](const ValFunctionTable& f, VAL_TASK_ID* task) { return f.getTokenList(task); });
+  if (result::failed(outcome.code)) {
+    logging::error(m_log, "failed to get token list (0x%016llx)", result::hex(outcome.code));
+    return outcome.code;
+  }
+  const auto* list = outcome.response ? outcome.response->getItemAs<items::CItemVector>(VAL_ITEM_TOKEN_LIST) : nullptr;
+  if (list == nullptr) {
+    logging::error(m_log, "result from token engine contains invalid data...missing token list");
+    return layer_codes::kInvalidResponse;
+  }
+  for (std::size_t i = 0; i < list->count(); ++i) {
+    if (const auto* id = dynamic_cast<const items::CItemBuffer*>(list->at(i))) {
+      tokens.emplace_back(id->getData(), id->getLength());
+    }
+  }
+  return outcome.code;
 }
 
 }  // namespace lm2

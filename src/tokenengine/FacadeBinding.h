@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <unordered_map>
+#include <vector>
 
 #include "items/ItemVector.h"
 #include "logging/ExtendedResult.h"
@@ -57,6 +58,8 @@ class FacadeBinding {
   // the library is initialised (kNotInitialized before). Fails with the start's code, or with
   // kUnloading (and the "unload was called" text) when unloading ends the wait.
   TaskOutcome runTask(const TaskStart& start);
+  // The tokens connected now (a get-token-list task); every layer reads them the same way.
+  ExtendedResult readTokenList(std::vector<Token>& tokens);
 
   // Blocks until the task's result is filed (true) or unloading began (false).
   bool waitForTokenEngineResult(VAL_TASK_ID task);

@@ -32,5 +32,8 @@ inline constexpr ExtendedResult kFacadeNotInstalled = 0xE0000000E0100014ull;
 inline constexpr ExtendedResult kIncompatibleLibrary = 0xE0000000E0100015ull;
 // Code 22: an operation came before the library was initialised (or after initialisation failed).
 inline constexpr ExtendedResult kNotInitialized = 0xE0000000E0100016ull;
+// Code 23: an operation on credentials an access card does not hold (PIN, password, objects,
+// initialisation): the card-id layer answers it without calling the library.
+inline constexpr ExtendedResult kNotForAccessCards = 0xE0000000E0100017ull;
 
 }  // namespace lm2::layer_codes

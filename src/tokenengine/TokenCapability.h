@@ -16,6 +16,10 @@ class TokenCapability {
  public:
   explicit TokenCapability(const items::CItemVector& capabilities);
 
+  // An access card: initialised, used without a PIN, never initialisable. Its card id is all the
+  // provider reads from it.
+  static TokenCapability accessCard();
+
   bool isInitialized() const noexcept { return m_initialized; }
   bool canBeInitialized() const noexcept { return m_canBeInitialized; }
   bool isNullPinUsed() const noexcept { return m_nullPinUsed; }
@@ -28,6 +32,8 @@ class TokenCapability {
   TokenCapability initialized(const std::wstring& label, bool withoutPin) const;
 
  private:
+  TokenCapability() = default;
+
   // In this order, "tcii" first.
   bool m_initialized = false;
   bool m_canBeInitialized = false;

@@ -164,24 +164,9 @@ void TokenEngineAbstractionLayerDefault::CreateCredentialAsync(Context context, 
 ExtendedResult TokenEngineAbstractionLayerDefault::initialize() { return m_binding.initialize(); }
 
 std::unique_ptr<AsyncResult> TokenEngineAbstractionLayerDefault::getTokenList() {
-  FacadeBinding::TaskOutcome outcome =
-      m_binding.runTask([&](const ValFunctionTable& f, VAL_TASK_ID* task) { return f.getTokenList(task); });
   std::vector<Token> tokens;
-  if (result::failed(outcome.code)) {
-    logging::error(m_log, "failed to get token list (0x%016llx)", hex(outcome.code));
-    return std::make_unique<AsyncResultGetTokenList>(outcome.code, std::move(tokens));
-  }
-  const auto* list = outcome.response ? outcome.response->getItemAs<items::CItemVector>(VAL_ITEM_TOKEN_LIST) : nullptr;
-  if (list == nullptr) {
-    logging::error(m_log, "result from token engine contains invalid data...missing token list");
-    return std::make_unique<AsyncResultGetTokenList>(layer_codes::kInvalidResponse, std::move(tokens));
-  }
-  for (std::size_t i = 0; i < list->count(); ++i) {
-    if (const auto* id = dynamic_cast<const items::CItemBuffer*>(list->at(i))) {
-      tokens.emplace_back(id->getData(), id->getLength());
-    }
-  }
-  return std::make_unique<AsyncResultGetTokenList>(outcome.code, std::move(tokens));
+  const ExtendedResult code = m_binding.readTokenList(tokens);
+  return std::make_unique<AsyncResultGetTokenList>(code, std::move(tokens));
 }
 
 std::unique_ptr<AsyncResult> TokenEngineAbstractionLayerDefault::getTokenCapabilities(const Token& token) {
