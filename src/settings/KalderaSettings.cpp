@@ -1,6 +1,8 @@
 #include "settings/KalderaSettings.h"
 
 #include "common/SecureWipe.h"
+#include "logging/LogCategories.h"
+#include "logging/TraceLog.h"
 #include "settings/SettingsKey.h"
 
 namespace lm2::settings {
@@ -26,6 +28,14 @@ void KalderaSettings::load() {
   s.ldapPort = key.readNumberOr(L"LdapDefaultPort", s.ldapTls == LdapTls::kLdaps ? kLdapsPort : kLdapPort);
   s.ldapAuthDn = key.readString(L"LdapAuthDn", L"");
   key.readSecretString(L"LdapAuthPw", s.ldapAuthPassword);
+  // The key is readable by every local user unless an administrator narrowed it
+  // (docs/settings.md says how): a bind password in it is then anybody's.
+  if (!s.ldapAuthPassword.empty() && key.readableByOthers()) {
+    logging::warn(logging::getCategory(logging::categories::kTokenEngineAbstractionLayer),
+                  "LdapAuthPw can be read by users other than SYSTEM and the Administrators: narrow the "
+                  "permissions of %S",
+                  kKalderaKeyPath);
+  }
   s.ldapAnonymousBind = key.readNumberOr(L"LdapAnonymousBind", 0) == 1;
   s.ldapAllowCleartextBind = key.readNumberOr(L"LdapAllowCleartextBind", 0) == 1;
   s.ldapOptTimeLimit = key.readNumberOr(L"LdapOptTimeLimit", 10);

@@ -1,6 +1,7 @@
 #include "settings/SettingsKey.h"
 
 #include <cstring>
+#include <vector>
 
 #include "common/SecureWipe.h"
 #include "platform/UniqueResource.h"
@@ -127,6 +128,40 @@ ExtendedResult SettingsKey::enumerateSubkeys(std::vector<std::wstring>& subkeys)
     subkeys.push_back(path_ + L"\\" + std::wstring(name, nameChars));
   }
   return result::success();
+}
+
+bool SettingsKey::readableByOthers() const {
+  UniqueHkey key;
+  if (::RegOpenKeyExW(root_, path_.c_str(), 0, READ_CONTROL, key.put()) != ERROR_SUCCESS) return true;
+  DWORD size = 0;
+  if (::RegGetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, nullptr, &size) != ERROR_INSUFFICIENT_BUFFER) return true;
+  std::vector<BYTE> descriptor(size);
+  if (::RegGetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor.data(), &size) != ERROR_SUCCESS) return true;
+  BOOL present = FALSE;
+  BOOL defaulted = FALSE;
+  PACL dacl = nullptr;
+  if (!::GetSecurityDescriptorDacl(descriptor.data(), &present, &dacl, &defaulted)) return true;
+  if (!present || dacl == nullptr) return true;  // no DACL: everybody may do everything
+
+  BYTE systemSid[SECURITY_MAX_SID_SIZE];
+  BYTE administratorsSid[SECURITY_MAX_SID_SIZE];
+  DWORD systemSize = sizeof systemSid;
+  DWORD administratorsSize = sizeof administratorsSid;
+  if (!::CreateWellKnownSid(WinLocalSystemSid, nullptr, systemSid, &systemSize) ||
+      !::CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, administratorsSid, &administratorsSize)) {
+    return true;
+  }
+  for (DWORD index = 0; index < dacl->AceCount; ++index) {
+    void* entry = nullptr;
+    if (!::GetAce(dacl, index, &entry)) return true;
+    const auto* header = static_cast<const ACE_HEADER*>(entry);
+    if (header->AceType != ACCESS_ALLOWED_ACE_TYPE || (header->AceFlags & INHERIT_ONLY_ACE) != 0) continue;
+    const auto* allowed = static_cast<const ACCESS_ALLOWED_ACE*>(entry);
+    if ((allowed->Mask & (KEY_QUERY_VALUE | GENERIC_READ | GENERIC_ALL)) == 0) continue;
+    PSID sid = const_cast<DWORD*>(&allowed->SidStart);
+    if (!::EqualSid(sid, systemSid) && !::EqualSid(sid, administratorsSid)) return true;
+  }
+  return false;
 }
 
 }  // namespace lm2::settings

@@ -43,6 +43,10 @@ class SettingsKey {
   // the list).
   ExtendedResult enumerateSubkeys(std::vector<std::wstring>& subkeys) const;
 
+  // Whether the key's permissions let anyone but SYSTEM and the Administrators read its values
+  // (also when they cannot be read). For keys that hold a secret.
+  bool readableByOthers() const;
+
   const std::wstring& path() const noexcept { return path_; }
 
  private:

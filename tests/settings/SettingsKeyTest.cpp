@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "TestRegistry.h"
 #include "logging/ExtendedResult.h"
+#include "platform/UniqueResource.h"
 
 namespace lm2::settings {
 namespace {
@@ -119,6 +121,41 @@ TEST_F(SettingsKeyTest, SubkeysAreListedAsFullPathsUpToTheLongestName) {
   const std::wstring parent = path_ + L"\\S-1-5-18";
   test::createKey(parent + L"\\" + longName);
   EXPECT_EQ(SettingsKey(parent).enumerateSubkeys(), (std::vector<std::wstring>{parent + L"\\" + longName}));
+}
+
+// Gives the key a DACL that lets `readers` (well-known SIDs) read and nobody else anything.
+void allowOnly(const std::wstring& path, std::vector<WELL_KNOWN_SID_TYPE> readers) {
+  std::vector<std::vector<BYTE>> sids;
+  DWORD aclSize = sizeof(ACL);
+  for (WELL_KNOWN_SID_TYPE type : readers) {
+    std::vector<BYTE> sid(SECURITY_MAX_SID_SIZE);
+    DWORD size = static_cast<DWORD>(sid.size());
+    ASSERT_TRUE(::CreateWellKnownSid(type, nullptr, sid.data(), &size));
+    sid.resize(size);
+    aclSize += sizeof(ACCESS_ALLOWED_ACE) + size;
+    sids.push_back(std::move(sid));
+  }
+  std::vector<BYTE> acl(aclSize);
+  ASSERT_TRUE(::InitializeAcl(reinterpret_cast<PACL>(acl.data()), aclSize, ACL_REVISION));
+  for (auto& sid : sids) {
+    ASSERT_TRUE(::AddAccessAllowedAce(reinterpret_cast<PACL>(acl.data()), ACL_REVISION, KEY_READ, sid.data()));
+  }
+  SECURITY_DESCRIPTOR descriptor;
+  ASSERT_TRUE(::InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
+  ASSERT_TRUE(::SetSecurityDescriptorDacl(&descriptor, TRUE, reinterpret_cast<PACL>(acl.data()), FALSE));
+  UniqueHkey key;
+  ASSERT_EQ(::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, WRITE_DAC, key.put()), ERROR_SUCCESS);
+  ASSERT_EQ(::RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, &descriptor), ERROR_SUCCESS);
+}
+
+TEST_F(SettingsKeyTest, AKeyIsReadableByOthersUnlessOnlySystemAndAdministratorsMayRead) {
+  allowOnly(path_, {WinLocalSystemSid, WinBuiltinAdministratorsSid});
+  EXPECT_FALSE(SettingsKey(path_).readableByOthers());
+  allowOnly(path_, {WinLocalSystemSid, WinBuiltinAdministratorsSid, WinBuiltinUsersSid});
+  EXPECT_TRUE(SettingsKey(path_).readableByOthers());
+  allowOnly(path_, {WinLocalSystemSid, WinWorldSid});
+  EXPECT_TRUE(SettingsKey(path_).readableByOthers());
+  EXPECT_TRUE(SettingsKey(path_ + L"\\Missing").readableByOthers());  // nothing to judge: assume the worst
 }
 
 }  // namespace
