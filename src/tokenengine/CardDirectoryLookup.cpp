@@ -8,6 +8,7 @@
 #include "logging/LogScope.h"
 #include "logging/TraceLog.h"
 #include "platform/TextConversion.h"
+#include "platform/UniqueResource.h"
 #include "tokenengine/CardDirectoryQuery.h"
 #include "tokenengine/DirectoryCertificateVerifier.h"
 #include "tokenengine/DirectoryResultCodes.h"
@@ -18,39 +19,10 @@ namespace {
 
 using settings::LdapTls;
 
-class UniqueLdap {
- public:
-  explicit UniqueLdap(LDAP* handle) noexcept : handle_(handle) {}
-  ~UniqueLdap() {
-    if (handle_ != nullptr) ::ldap_unbind(handle_);
-  }
-  UniqueLdap(const UniqueLdap&) = delete;
-  UniqueLdap& operator=(const UniqueLdap&) = delete;
-  LDAP* get() const noexcept { return handle_; }
-
- private:
-  LDAP* handle_;
-};
-
-class UniqueMessage {
- public:
-  UniqueMessage() noexcept = default;
-  ~UniqueMessage() {
-    if (message_ != nullptr) ::ldap_msgfree(message_);
-  }
-  UniqueMessage(const UniqueMessage&) = delete;
-  UniqueMessage& operator=(const UniqueMessage&) = delete;
-  LDAPMessage** put() noexcept { return &message_; }
-  LDAPMessage* get() const noexcept { return message_; }
-  LDAPMessage* release() noexcept {
-    LDAPMessage* message = message_;
-    message_ = nullptr;
-    return message;
-  }
-
- private:
-  LDAPMessage* message_ = nullptr;
-};
+void unbind(LDAP* handle) noexcept { ::ldap_unbind(handle); }
+void freeMessage(LDAPMessage* message) noexcept { ::ldap_msgfree(message); }
+using UniqueLdap = UniqueResource<NullableTraits<LDAP*, &unbind>>;
+using UniqueMessage = UniqueResource<NullableTraits<LDAPMessage*, &freeMessage>>;
 
 // The host the connection of this thread is meant for, for the certificate callback (wldap32's
 // callback carries no context of ours; the handshake runs on the thread that drives the handle).

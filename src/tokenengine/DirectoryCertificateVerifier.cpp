@@ -4,24 +4,13 @@
 
 #include "logging/TraceLog.h"
 #include "logging/LogCategories.h"
+#include "platform/UniqueResource.h"
 
 namespace lm2::kaldera {
 namespace {
 
-class UniqueChain {
- public:
-  UniqueChain() noexcept = default;
-  ~UniqueChain() {
-    if (chain_ != nullptr) ::CertFreeCertificateChain(chain_);
-  }
-  UniqueChain(const UniqueChain&) = delete;
-  UniqueChain& operator=(const UniqueChain&) = delete;
-  PCCERT_CHAIN_CONTEXT* put() noexcept { return &chain_; }
-  PCCERT_CHAIN_CONTEXT get() const noexcept { return chain_; }
-
- private:
-  PCCERT_CHAIN_CONTEXT chain_ = nullptr;
-};
+void freeChain(PCCERT_CHAIN_CONTEXT chain) noexcept { ::CertFreeCertificateChain(chain); }
+using UniqueChain = UniqueResource<NullableTraits<PCCERT_CHAIN_CONTEXT, &freeChain>>;
 
 }  // namespace
 

@@ -5,6 +5,7 @@
 
 #include <chrono>
 
+#include "platform/UniqueResource.h"
 #include "tokenengine/DirectoryResultCodes.h"
 
 namespace lm2::kaldera {
@@ -25,34 +26,15 @@ class WinsockSession {
   bool started_ = false;
 };
 
-class UniqueSocket {
- public:
-  explicit UniqueSocket(SOCKET socket) noexcept : socket_(socket) {}
-  ~UniqueSocket() {
-    if (socket_ != INVALID_SOCKET) ::closesocket(socket_);
-  }
-  UniqueSocket(const UniqueSocket&) = delete;
-  UniqueSocket& operator=(const UniqueSocket&) = delete;
-  SOCKET get() const noexcept { return socket_; }
-
- private:
-  SOCKET socket_;
+struct SocketTraits {
+  using Type = SOCKET;
+  static constexpr Type invalid() noexcept { return INVALID_SOCKET; }
+  static bool valid(Type socket) noexcept { return socket != INVALID_SOCKET; }
+  static void close(Type socket) noexcept { ::closesocket(socket); }
 };
-
-class UniqueAddresses {
- public:
-  UniqueAddresses() noexcept = default;
-  ~UniqueAddresses() {
-    if (list_ != nullptr) ::FreeAddrInfoW(list_);
-  }
-  UniqueAddresses(const UniqueAddresses&) = delete;
-  UniqueAddresses& operator=(const UniqueAddresses&) = delete;
-  ADDRINFOW** put() noexcept { return &list_; }
-  const ADDRINFOW* get() const noexcept { return list_; }
-
- private:
-  ADDRINFOW* list_ = nullptr;
-};
+using UniqueSocket = UniqueResource<SocketTraits>;
+void freeAddresses(ADDRINFOW* list) noexcept { ::FreeAddrInfoW(list); }
+using UniqueAddresses = UniqueResource<NullableTraits<ADDRINFOW*, &freeAddresses>>;
 
 enum class Outcome { kConnected, kRefused, kTimedOut };
 

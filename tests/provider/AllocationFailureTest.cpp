@@ -80,6 +80,20 @@ ICredentialProvider* makeProvider(long failing = -1) {
   return static_cast<ICredentialProvider*>(made);
 }
 
+// A provider LogonUI shows on the logon screen, its tiles enumerated once; null when that failed.
+ICredentialProvider* providerOnLogonScreen() {
+  ICredentialProvider* provider = makeProvider();
+  DWORD count = 0, defaultTile = 0;
+  BOOL autoLogon = FALSE;
+  if (provider == nullptr || provider->SetUsageScenario(CPUS_LOGON, 0) != S_OK ||
+      provider->GetCredentialCount(&count, &defaultTile, &autoLogon) != S_OK) {
+    ADD_FAILURE() << "the provider could not be shown";
+    if (provider != nullptr) provider->Release();
+    return nullptr;
+  }
+  return provider;
+}
+
 class AllocationFailureTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
@@ -95,13 +109,7 @@ class AllocationFailureTest : public ::testing::Test {
   // A provider made, shown on the logon screen and released, so that what lives as long as the
   // process (trace categories, the chosen engine layer, Wine's own threads) exists before counting.
   virtual void warmUp() {
-    ICredentialProvider* provider = makeProvider();
-    ASSERT_NE(provider, nullptr);
-    ASSERT_EQ(provider->SetUsageScenario(CPUS_LOGON, 0), S_OK);
-    DWORD count = 0, defaultTile = 0;
-    BOOL autoLogon = FALSE;
-    ASSERT_EQ(provider->GetCredentialCount(&count, &defaultTile, &autoLogon), S_OK);
-    provider->Release();
+    if (ICredentialProvider* provider = providerOnLogonScreen()) provider->Release();
   }
 
   void TearDown() override {
@@ -176,12 +184,8 @@ TEST_F(AllocationFailureTest, AnInterfaceAskedForIsHandedOutWhetherOrNotItsTrace
 
 TEST_F(AllocationFailureTest, AProviderIsReleasedWithItsTilesAndThreadsWhateverAllocationFails) {
   failEachAllocationOnce([](long k) {
-    ICredentialProvider* provider = makeProvider();
+    ICredentialProvider* provider = providerOnLogonScreen();
     ASSERT_NE(provider, nullptr);
-    ASSERT_EQ(provider->SetUsageScenario(CPUS_LOGON, 0), S_OK);
-    DWORD count = 0, defaultTile = 0;
-    BOOL autoLogon = FALSE;
-    ASSERT_EQ(provider->GetCredentialCount(&count, &defaultTile, &autoLogon), S_OK);
     t_allocationsBeforeFailure = k;
     provider->Release();
   });

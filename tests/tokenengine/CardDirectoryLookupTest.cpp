@@ -7,11 +7,10 @@
 #include <winldap.h>
 
 #include <chrono>
-#include <fstream>
 #include <string>
 #include <vector>
 
-#include "InstalledServiceDouble.h"
+#include "TestDirectory.h"
 #include "tokenengine/CardDirectoryLookup.h"
 #include "tokenengine/DirectoryResultCodes.h"
 
@@ -21,15 +20,7 @@ namespace {
 using settings::KalderaSettings;
 using settings::LdapTls;
 
-// "ldap=P" and "ldaps=P2", written by the directory's start script.
-unsigned directoryPort(const std::string& name) {
-  std::ifstream file((test::programDirectory() + L"\\..\\test-directory\\ports.txt").c_str());
-  for (std::string line; std::getline(file, line);) {
-    if (line.rfind(name + "=", 0) == 0) return static_cast<unsigned>(std::stoul(line.substr(name.size() + 1)));
-  }
-  ADD_FAILURE() << "the test directory is not running (no " << name << " port)";
-  return 1;
-}
+unsigned directoryPort(const std::string& name) { return test::testDirectoryPort(name); }
 
 std::wstring at(unsigned port) { return L"127.0.0.1:" + std::to_wstring(port); }
 

@@ -8,6 +8,8 @@
 #include <mutex>
 #include <thread>
 
+#include <gtest/gtest.h>
+
 #include "tokenengine/Contexts.h"
 
 namespace lm2::test {
@@ -47,5 +49,19 @@ class Completions {
   std::thread::id thread_;
   ExtendedResult code_ = 0;
 };
+
+// Starts an operation with a fresh context and waits for its completion.
+template <class Start>
+std::shared_ptr<CtxData> run(Start start) {
+  Completions completions;
+  auto context = completions.context();
+  start(context);
+  EXPECT_TRUE(completions.waitFor(1)) << "no completion";
+  return context;
+}
+
+inline ExtendedResult codeOf(const std::shared_ptr<CtxData>& context) {
+  return context->getResult() ? context->getResult()->getResultCode() : 0;
+}
 
 }  // namespace lm2::test

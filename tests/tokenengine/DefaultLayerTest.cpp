@@ -31,19 +31,8 @@ constexpr char kEmptyToken[] =
     R"({"tokens":[{"id":"4C4D3201","label":"Token A","pin":"1234","objects":[]}]})";
 const std::uint8_t kTokenId[] = {0x4C, 0x4D, 0x32, 0x01};
 
-// Starts an operation and waits for its completion.
-template <class Start>
-std::shared_ptr<CtxData> run(Start start) {
-  test::Completions completions;
-  auto context = completions.context();
-  start(context);
-  EXPECT_TRUE(completions.waitFor(1)) << "no completion";
-  return context;
-}
-
-ExtendedResult codeOf(const std::shared_ptr<CtxData>& context) {
-  return context->getResult() ? context->getResult()->getResultCode() : 0;
-}
+using test::codeOf;
+using test::run;
 
 class DefaultLayerTest : public ::testing::Test {
  protected:

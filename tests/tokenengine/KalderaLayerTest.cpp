@@ -5,13 +5,12 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <string>
 
 #include "Completions.h"
 #include "EngineControl.h"
 #include "EngineVariants.h"
-#include "InstalledServiceDouble.h"
+#include "TestDirectory.h"
 #include "TestRegistry.h"
 #include "settings/KalderaSettings.h"
 #include "tokenengine/DirectoryResultCodes.h"
@@ -25,27 +24,8 @@ constexpr char kCards[] = R"({"tokens":[{"id":"04A1B2C3","label":"Card"},{"id":"
   {"id":"0FFFFFFF","label":"Unknown card"},{"id":"04C0FFEE","label":"Literal card"},
   {"id":"04B0B0B0","label":"Bob's card"}]})";
 
-template <class Start>
-std::shared_ptr<CtxData> run(Start start) {
-  test::Completions completions;
-  auto context = completions.context();
-  start(context);
-  EXPECT_TRUE(completions.waitFor(1)) << "no completion";
-  return context;
-}
-
-ExtendedResult codeOf(const std::shared_ptr<CtxData>& context) {
-  return context->getResult() ? context->getResult()->getResultCode() : 0;
-}
-
-unsigned ldapPort() {
-  std::ifstream file((test::programDirectory() + L"\\..\\test-directory\\ports.txt").c_str());
-  for (std::string line; std::getline(file, line);) {
-    if (line.rfind("ldaps=", 0) == 0) return static_cast<unsigned>(std::stoul(line.substr(6)));
-  }
-  ADD_FAILURE() << "the test directory is not running";
-  return 1;
-}
+using test::codeOf;
+using test::run;
 
 class KalderaLayerTest : public ::testing::Test {
  protected:
@@ -54,7 +34,7 @@ class KalderaLayerTest : public ::testing::Test {
     ASSERT_TRUE(test::installSignedEngine());
     const std::wstring key = settings::kKalderaKeyPath;
     test::deleteKeyTree(key);
-    test::setString(key, L"LdapServer", L"127.0.0.1:" + std::to_wstring(ldapPort()));
+    test::setString(key, L"LdapServer", L"127.0.0.1:" + std::to_wstring(test::testDirectoryPort("ldaps")));
     test::setString(key, L"LdapAuthDn", L"cn=reader,dc=lm2,dc=test");
     test::setString(key, L"LdapAuthPw", L"reader-secret");
     test::setString(key, L"LdapSearchBase", L"ou=people,dc=lm2,dc=test");

@@ -204,6 +204,7 @@ ChaosSession chaosSession(std::uint32_t seed) {
     } else if (roll < 82) {
       out.push_back(L"engine-malform " + std::to_wstring(1 + dice.below(4)));
       faults = true;
+      session.losesResults = true;
     } else if (roll < 88) {
       // Results held back for a while and then let go, maybe the newest first (results that
       // overtake others). The engine lets them go by itself: a submit LogonUI makes meanwhile (an
@@ -236,26 +237,61 @@ ChaosSession chaosSession(std::uint32_t seed) {
   return session;
 }
 
+namespace {
+
+// The lines that end a session once its tokens are gone: everything after the last step of the
+// session proper, without its removals.
+std::vector<std::wstring> endingWithoutTokens(const ChaosSession& session) {
+  std::size_t from = session.lines.size();
+  while (from > 0 && session.lines[from - 1] != L"engine-hold off") --from;
+  std::vector<std::wstring> ending;
+  if (from > 0) ending.push_back(L"engine-hold off");
+  for (std::size_t index = from; index < session.lines.size(); ++index) {
+    if (session.lines[index].rfind(L"remove ", 0) != 0) ending.push_back(session.lines[index]);
+  }
+  return ending;
+}
+
+}  // namespace
+
 unsigned runChaosSessions(ScriptRunner& runner, std::uint32_t first, std::uint32_t count, unsigned watchdogSeconds,
                           const std::wstring& secretsFile) {
+  // A wait for a lost result is ended by the person this much later.
+  constexpr std::uint64_t kPatienceMs = 5000;
   std::mutex lock;
   std::wstring current;
   std::atomic<std::uint64_t> stepStarted{0};
   std::atomic<bool> finished{false};
+  std::atomic<bool> losesResults{false};
+  std::atomic<bool> pulled{false};
   std::thread watchdog([&] {
     while (!finished) {
       ::Sleep(200);
       const std::uint64_t started = stepStarted.load();
-      if (started == 0 || ::GetTickCount64() - started < watchdogSeconds * 1000ull) continue;
+      if (started == 0) continue;
+      const std::uint64_t waited = ::GetTickCount64() - started;
+      if (losesResults && !pulled && waited >= kPatienceMs) {
+        // Every token out, from this thread, as a person would while LogonUI waits.
+        const vte::EngineControl control = vte::EngineControl::ofLoadedEngine();
+        for (const TokenKind& kind : tokenKinds()) {
+          if (control.available()) control.removeToken(toUtf8(kind.id).c_str());  // absent ones refuse
+        }
+        pulled = true;
+        continue;
+      }
+      if (waited < watchdogSeconds * 1000ull) continue;
       std::lock_guard<std::mutex> guard(lock);
       printLine(L"\nchaos: HANG " + current + L" (no answer within " + std::to_wstring(watchdogSeconds) + L" s)");
       ::TerminateProcess(::GetCurrentProcess(), 3);
     }
   });
   unsigned failed = 0;
+  unsigned rescued = 0;
   const auto started = std::chrono::steady_clock::now();
   for (std::uint32_t seed = first; seed - first < count; ++seed) {
-    const ChaosSession session = chaosSession(seed);
+    ChaosSession session = chaosSession(seed);
+    losesResults = session.losesResults;
+    pulled = false;
     if (!secretsFile.empty()) {
       std::string bytes;
       for (const std::wstring& secret : session.secrets) bytes += toUtf8(secret) + "\n";
@@ -272,6 +308,18 @@ unsigned runChaosSessions(ScriptRunner& runner, std::uint32_t first, std::uint32
       std::wstring error;
       const bool ok = runner.run(session.lines[step], error);
       stepStarted = 0;
+      if (pulled && step + 1 < session.lines.size()) {
+        ++rescued;
+        printLine(L"chaos: session " + std::to_wstring(seed) + L" step " + std::to_wstring(step + 1) +
+                  L" waited for a lost result until the tokens were pulled");
+        // The session goes on as it ends, without tokens (its remaining steps assumed them).
+        std::vector<std::wstring> ending = endingWithoutTokens(session);
+        session.lines.resize(step + 1);
+        session.lines.insert(session.lines.end(), ending.begin(), ending.end());
+        losesResults = false;
+        pulled = false;
+        if (ok) continue;
+      }
       if (ok) continue;
       ++failed;
       printLine(L"chaos: FAILED session " + std::to_wstring(seed) + L" step " + std::to_wstring(step + 1) + L": " +
@@ -285,7 +333,8 @@ unsigned runChaosSessions(ScriptRunner& runner, std::uint32_t first, std::uint32
   watchdog.join();
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - started);
   printLine(L"chaos: " + std::to_wstring(count) + L" sessions from seed " + std::to_wstring(first) + L", " +
-            std::to_wstring(failed) + L" failed, " + std::to_wstring(seconds.count()) + L" s");
+            std::to_wstring(failed) + L" failed, " + std::to_wstring(rescued) +
+            L" waited for a lost result until the tokens were pulled, " + std::to_wstring(seconds.count()) + L" s");
   return failed;
 }
 

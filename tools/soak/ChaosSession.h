@@ -18,6 +18,9 @@ struct ChaosSession {
   std::vector<std::wstring> lines;
   // Every PIN and password the session types or puts on a token: none may reach the trace.
   std::vector<std::wstring> secrets;
+  // The engine delivers a malformed result, which is never handed to its waiter: a submit that
+  // waits for it waits until the token goes, as LogonUI does for a token that never answers.
+  bool losesResults = false;
 };
 
 ChaosSession chaosSession(std::uint32_t seed);
@@ -25,7 +28,9 @@ ChaosSession chaosSession(std::uint32_t seed);
 // Runs the sessions `first` … `first + count - 1` one after the other on this host, printing a
 // line for each failing one (seed, step, line and what went wrong) and the tally at the end.
 // A step that takes longer than `watchdogSeconds` ends the process with exit code 3 after
-// naming it. The secrets of every session are appended to `secretsFile` (UTF-8, one a line) when
+// naming it. In a session that loses results, a step still waiting after a few seconds makes the
+// person pull every token (what ends such a wait on a real logon screen); the session then ends
+// as every session does, without tokens. The secrets of every session are appended to `secretsFile` (UTF-8, one a line) when
 // one is given. Returns the number of sessions that failed.
 unsigned runChaosSessions(ScriptRunner& runner, std::uint32_t first, std::uint32_t count, unsigned watchdogSeconds,
                           const std::wstring& secretsFile);
