@@ -9,6 +9,7 @@
 # account is "cn=reader,dc=lm2,dc=test" with the password "reader-secret".
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
+export PATH="$PATH:/usr/sbin"  # slapd and slapadd, also for users without sbin in their path
 command=${1:?start|stop} dir=${2:?DIR}
 
 stop() {
