@@ -13,6 +13,7 @@
 #   VestaAccessLibrary.NAME.dll       each further build of the engine, signed like .signed.dll
 #   test-root.cer                     the test root (DER), trusted in the test prefix
 set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
 out=$1
 engine=$(cd "$(dirname "$2")" && pwd)/$(basename "$2")
 objdump=$3
@@ -25,39 +26,14 @@ mkdir -p "$out"
 cd "$out"
 rm -f index.txt* serial* ./*.pem
 
-make_root() {  # name, subject
-  openssl req -x509 -newkey rsa:2048 -nodes -sha256 -days 3650 -keyout "$1.key" -out "$1.crt" \
-    -subj "/CN=$2" -addext "basicConstraints=critical,CA:TRUE" \
-    -addext "keyUsage=critical,keyCertSign,cRLSign" 2>/dev/null
-}
-make_root root "LM2 Test Root"
-make_root stranger "LM2 Untrusted Root"
-
-cat > ca.cnf <<'CNF'
-[ ca ]
-default_ca = test_ca
-[ test_ca ]
-database = index.txt
-new_certs_dir = .
-serial = serial
-default_md = sha256
-policy = any_name
-unique_subject = no
-copy_extensions = none
-[ any_name ]
-commonName = supplied
-[ code_signing ]
-basicConstraints = CA:FALSE
-keyUsage = critical,digitalSignature
-extendedKeyUsage = codeSigning
-CNF
+source "$here/test-ca.sh"
+make_ca root "LM2 Test Root"
+make_ca stranger "LM2 Untrusted Root"
 
 make_leaf() {  # name, issuer, subject, start, end
-  : > index.txt
-  echo 01 > serial
-  openssl req -newkey rsa:2048 -nodes -keyout "$1.key" -out "$1.csr" -subj "/CN=$3" 2>/dev/null
-  openssl ca -batch -config ca.cnf -cert "$2.crt" -keyfile "$2.key" -in "$1.csr" -out "$1.crt" \
-    -startdate "$4" -enddate "$5" -extensions code_signing -notext 2>/dev/null
+  issue "$1" "$2" "$3" "$4" "$5" "basicConstraints = CA:FALSE
+keyUsage = critical,digitalSignature
+extendedKeyUsage = codeSigning"
 }
 now=$(date -u +%Y%m%d000000Z)
 later=$(date -u -d '+2 years' +%Y%m%d000000Z)

@@ -20,13 +20,11 @@ namespace {
 using settings::KalderaSettings;
 using settings::LdapTls;
 
-unsigned directoryPort(const std::string& name) { return test::testDirectoryPort(name); }
-
 std::wstring at(unsigned port) { return L"127.0.0.1:" + std::to_wstring(port); }
 
 // The settings of a deployment against the test directory.
 void configure(KalderaSettings& settings, LdapTls tls) {
-  settings.ldapServer = at(directoryPort(tls == LdapTls::kLdaps ? "ldaps" : "ldap"));
+  settings.ldapServer = at(test::testDirectoryPort(tls == LdapTls::kLdaps ? "ldaps" : "ldap"));
   settings.ldapTls = tls;
   settings.ldapAllowCleartextBind = tls == LdapTls::kNone;
   settings.ldapAnonymousBind = false;
