@@ -13,7 +13,10 @@
 namespace lm2 {
 namespace {
 
-std::once_flag g_selection;
+// Not std::call_once: with MinGW's threads a callable that throws (memory running out) leaves the
+// once-flag locked, and the next provider LogonUI makes waits on it for good.
+std::mutex g_selectionLock;
+bool g_selected = false;
 std::string g_layerName;
 
 std::mutex g_providersLock;
@@ -37,11 +40,13 @@ void dispatchTokenEvent(bool added, const Token& token) {
 }  // namespace
 
 void selectTokenEngineLayer() {
-  std::call_once(g_selection, [] {
-    std::string name;
-    if (!utf16ToUtf8(settings::abstractionLayer(), name)) name.clear();
-    g_layerName = registeredLayerName(name);
-  });
+  std::lock_guard<std::mutex> guard(g_selectionLock);
+  if (g_selected) return;
+  // A choice that throws is not made: the next provider chooses again.
+  std::string name;
+  if (!utf16ToUtf8(settings::abstractionLayer(), name)) name.clear();
+  g_layerName = registeredLayerName(name);
+  g_selected = true;
 }
 
 TokenEngineAbstractionLayer* acquireTokenEngine(bool& created) {

@@ -1,6 +1,7 @@
 #include "settings/ProviderSettings.h"
 
 #include <algorithm>
+#include <new>
 
 #include "platform/WindowsVersion.h"
 #include "settings/SettingsKey.h"
@@ -29,7 +30,12 @@ DWORD reenumerateDelay() {
 }
 
 std::wstring abstractionLayer() {
-  return providerKey().readString(L"AbstractionLayer", kDefaultAbstractionLayer);
+  std::wstring value;
+  const ExtendedResult read = providerKey().tryReadString(L"AbstractionLayer", value);
+  // Memory running out is no answer: the layer chosen from a default stays for the whole process,
+  // also where another one is configured.
+  if (read == result::allocationFailure()) throw std::bad_alloc();
+  return result::failed(read) ? std::wstring(kDefaultAbstractionLayer) : value;
 }
 
 std::vector<std::wstring> providerFilter(CREDENTIAL_PROVIDER_USAGE_SCENARIO scenario) {

@@ -27,7 +27,8 @@ DWORD reenumerateDelay();
 // Windows 7 LogonUI needs the longer pause before it re-enumerates reliably.
 DWORD effectiveReenumerateDelay(DWORD configured, bool exactlyWindows7) noexcept;
 
-// Name of the token engine layer; "Default" when not configured.
+// Name of the token engine layer; "Default" when not configured. Throws std::bad_alloc when memory
+// ran out while reading it.
 std::wstring abstractionLayer();
 
 // CLSIDs (registry string form) of other providers to hide in a usage scenario; empty for

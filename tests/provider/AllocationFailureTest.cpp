@@ -13,26 +13,30 @@
 #include "DebugOutputCapture.h"
 #include "Eventually.h"
 #include "ProcessCounters.h"
+#include "TestRegistry.h"
 #include "TileHarness.h"
 #include "credential/CredentialStub.h"
 #include "platform/ComPtr.h"
 #include "provider/ClassFactory.h"
 #include "provider/LM2Provider.h"
+#include "settings/ProviderSettings.h"
 
 // GCC pairs the inlined new of a caller with this file's free() and warns: both are ours.
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 
 namespace {
 
-// -1: no failure planned. n ≥ 0: the allocation after n more fails, once.
+// -1: no failure planned. n ≥ 0: the allocation after n more fails, once (or, with
+// t_keepFailing, every one from then on: memory that stays exhausted).
 thread_local long t_allocationsBeforeFailure = -1;
+thread_local bool t_keepFailing = false;
 thread_local bool t_failed = false;
 
 }  // namespace
 
 void* operator new(std::size_t size) {
   if (t_allocationsBeforeFailure == 0) {
-    t_allocationsBeforeFailure = -1;
+    if (!t_keepFailing) t_allocationsBeforeFailure = -1;
     t_failed = true;
     throw std::bad_alloc();
   }
@@ -121,16 +125,35 @@ class AllocationFailureTest : public ::testing::Test {
 };
 
 // The first provider of the process also makes what lives as long as the process (the chosen
-// token engine layer, trace categories): that may fail too.
+// token engine layer, trace categories): that may fail too. The layer is configured by a name
+// too long to be kept without an allocation, so that choosing it can run out of memory as well.
 class FirstProviderAllocationFailureTest : public AllocationFailureTest {
  protected:
-  void warmUp() override {}
+  void warmUp() override {
+    test::setString(settings::kProviderKeyPath, L"AbstractionLayer", L"TokenEngineLayerOfAnotherVendor");
+  }
+  void TearDown() override {
+    test::deleteValue(settings::kProviderKeyPath, L"AbstractionLayer");
+    AllocationFailureTest::TearDown();
+  }
 };
 
 TEST_F(FirstProviderAllocationFailureTest, AProviderThatCannotBeMadeAnswersOutOfMemoryAndLeavesNoThread) {
   const int runs = failEachAllocationOnce([](long k) {
     if (ICredentialProvider* provider = makeProvider(k)) provider->Release();
   });
+  EXPECT_GT(runs, 10);
+}
+
+// A failure the trace swallows (a record lost) lets the making go on: with memory that stays
+// exhausted, what comes after it fails as well — the choice of the engine layer among it, which
+// is made again by the next provider because it was never made.
+TEST_F(FirstProviderAllocationFailureTest, AProviderMadeWhileMemoryStaysExhaustedAnswersOutOfMemoryAndLeavesNoThread) {
+  t_keepFailing = true;
+  const int runs = failEachAllocationOnce([](long k) {
+    if (ICredentialProvider* provider = makeProvider(k)) provider->Release();
+  });
+  t_keepFailing = false;
   EXPECT_GT(runs, 10);
 }
 
