@@ -146,17 +146,14 @@ bool TokenLogonSequence::provePin(const User& user, const CtxTokenEngine4CP* own
 
 bool TokenLogonSequence::readPassword(const User& user, const CtxTokenEngine4CP* own, SecretWString& password,
                                       PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
-  m_passwordObtained = false;
+  m_password.open();
   const bool arrived = run(Routine::TokenEngineGetPasswordCompletion, own,
                            [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
                              engine.GetPasswordForUserAsync(context, user);
                            });
-  // The result's copy moves out of the member at once: the member never outlives this call.
-  {
-    std::lock_guard<std::mutex> guard(m_passwordLock);
-    password = std::move(m_password);
-    m_password = SecretWString();
-  }
+  // Taken at once, whether the wait ended with the answer or not: a password arriving later is
+  // dropped instead of staying in this state.
+  const bool obtained = m_password.take(password);
   if (m_cancelled) {
     password = SecretWString();
     return false;
@@ -166,7 +163,7 @@ bool TokenLogonSequence::readPassword(const User& user, const CtxTokenEngine4CP*
     resources::setErrorStatus(message_ids::kUnexpectedResult, statusText, statusIcon);
     return false;
   }
-  if (!m_passwordObtained) {
+  if (!obtained) {
     logging::error(m_log, "failed to get password from token engine abstraction layer");
     resources::setErrorStatus(message_ids::kNoPasswordFromToken, statusText, statusIcon);
     password = SecretWString();
@@ -246,11 +243,9 @@ void TokenLogonSequence::update(const CtxTokenEngine4CP* context) {
         logging::error(m_log, "failed to get password");
       } else if (password == nullptr) {
         logging::error(m_log, "failed to cast async result");
-      } else {
-        std::lock_guard<std::mutex> guard(m_passwordLock);
-        m_password = SecretWString(password->getData());
+      } else if (!m_password.hand(password->getData())) {
+        logging::info(m_log, "password arrived after the wait for it ended: dropped");
       }
-      m_passwordObtained = password != nullptr;
       break;
     }
     case Routine::TokenEngineNotifyTokenAuthentificationCompletion:

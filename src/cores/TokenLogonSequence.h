@@ -17,10 +17,10 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <typeindex>
 
 #include "account/User.h"
+#include "common/SecretHandoff.h"
 #include "common/SecretText.h"
 #include "logging/TraceLog.h"
 #include "platform/CredentialProviderApi.h"
@@ -134,10 +134,8 @@ class TokenLogonSequence {
   const UpdateTexts m_texts;
   const TokenEngineCompletion m_pinPadRoutine;
   UniqueHandle m_waitEvent;
-  // Written by the handler thread, taken by LogonUI's.
-  std::mutex m_passwordLock;
-  SecretWString m_password;
-  std::atomic<bool> m_passwordObtained{false};
+  // Handed over by the handler thread, taken by LogonUI's.
+  SecretHandoff m_password;
   // Failed until an answer says otherwise.
   std::atomic<std::uint64_t> m_lastResultCode{notYetAnswered()};
   std::atomic<std::uint64_t> m_awaitedOperation{0};
