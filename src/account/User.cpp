@@ -274,4 +274,9 @@ const User* findResolvedUser(const std::vector<User>& users, PSID sid) {
   return nullptr;
 }
 
+bool User::sameAccount(const User& other) const {
+  if (isResolved() && other.isResolved() && sid() && other.sid()) return ::EqualSid(sid(), other.sid()) != FALSE;
+  return !isResolved() && !other.isResolved() && ::lstrcmpiW(qualifiedName().c_str(), other.qualifiedName().c_str()) == 0;
+}
+
 }  // namespace lm2

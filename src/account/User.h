@@ -45,6 +45,8 @@ class User {
   // and whose SID belongs to that domain.
   ExtendedResult DoLookupLocal(const std::wstring& user, std::vector<BYTE>& sid) const;
 
+  // The same Windows account: by SID when both resolved, by name when neither did.
+  bool sameAccount(const User& other) const;
   const std::wstring& qualifiedName() const noexcept { return m_qualifiedName; }
   const std::wstring& accountName() const noexcept { return m_accountName; }
   PSID sid() const noexcept { return m_sid.empty() ? nullptr : const_cast<BYTE*>(m_sid.data()); }

@@ -2,10 +2,13 @@
 
 #include "cores/AddCredentialCore.h"
 #include "cores/ChangePasswordIsMandatoryCore.h"
+#include "cores/ChangePasswordIsMandatoryKalderaCore.h"
 #include "cores/ChangePasswordOnTokenCore.h"
 #include "cores/ChangePasswordWithTokenCore.h"
+#include "cores/ChangePasswordWithTokenKalderaCore.h"
 #include "cores/InitializeTokenCore.h"
 #include "cores/KnownUserLogonCores.h"
+#include "cores/KnownUserLogonKalderaCore.h"
 #include "cores/MessageCores.h"
 #include "cores/MultiUserTokenLogonCore.h"
 
@@ -16,8 +19,8 @@ void CoreFactoryRegistry::add(const std::wstring& coreSet) {
   m_factories[{typeid(State), coreSet}] = [](CCredentialStub* tile) { return std::make_unique<Core>(tile); };
 }
 
-// The customer variants of some states arrive with the customer's token engine layer; until then
-// those states make their default cores in every core set.
+// The "Kaldera" core set (access cards) has its own cores for some states; the others make their
+// default cores in every core set.
 CoreFactoryRegistry::CoreFactoryRegistry() {
   add<CCredentialCoreConnectTokenMessage>();
   add<CCredentialCoreLoadTokenMessage>();
@@ -25,10 +28,13 @@ CoreFactoryRegistry::CoreFactoryRegistry() {
   add<CCredentialCoreMessage>();
   add<CCredentialCoreTEInitializationFailed>();
   add<CCredentialCoreKnownUserLogon, CCredentialCoreKnownUserLogonDefaultImpl>();
+  add<CCredentialCoreKnownUserLogon, CCredentialCoreKnownUserLogonKalderaImpl>(L"Kaldera");
   add<CCredentialCoreMultiUserTokenLogon>();
   add<CCredentialCoreChangePasswordOnToken>();
   add<CCredentialCoreChangePasswordWithToken>();
+  add<CCredentialCoreChangePasswordWithToken, CCredentialCoreChangePasswordWithTokenKalderaImpl>(L"Kaldera");
   add<CCredentialCoreChangePasswordIsMandatory>();
+  add<CCredentialCoreChangePasswordIsMandatory, CCredentialCoreChangePasswordIsMandatoryKalderaImpl>(L"Kaldera");
   add<CCredentialCoreTokenNotInitialized>();
   add<CCredentialCoreTokenNotInitialized, CCredentialCoreTokenNotInitializedKalderaImpl>(L"Kaldera");
   add<CCredentialCoreEmptyToken>();

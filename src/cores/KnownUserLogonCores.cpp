@@ -30,6 +30,40 @@ constexpr TokenLogonSequence::UpdateTexts kUpdateTexts{
 
 }  // namespace
 
+const User* CCredentialCoreKnownUserLogon::userToLogOn(const CtxTokenEngine4CP* context,
+                                                       bool useConnectedAccount) const {
+  const auto* list = context ? context->getResultAs<AsyncResultListUsers>() : nullptr;
+  if (list == nullptr) return nullptr;
+  const std::vector<User>& users = list->getUsers();
+  // Back from a password change: the user the change was about.
+  if (dynamic_cast<const PasswordChangeOrigin*>(context->getData().get()) != nullptr) {
+    return PasswordChangeOrigin::userOf(context);
+  }
+  if (users.size() < 2) return users.empty() ? nullptr : &users.front();
+  std::vector<BYTE> wanted;
+  UniqueLocalSid tileSid;
+  PSID sid = nullptr;
+  if (useConnectedAccount) {
+    wanted = m_tile->getConnectedAccountSid();
+    if (!wanted.empty()) sid = wanted.data();
+  } else {
+    const std::wstring text = m_tile->getUserSidString();
+    if (!text.empty() && ::ConvertStringSidToSidW(text.c_str(), tileSid.put())) sid = tileSid.get();
+  }
+  return findResolvedUser(users, sid);
+}
+
+void CCredentialCoreKnownUserLogon::showNoUser(DWORD input) {
+  logging::error(m_log, "can not find related user in user list...");
+  m_tile->CPCE2BeginFieldUpdates();
+  m_tile->CPCESetFieldState(fields::kLargeText, CPFS_HIDDEN);
+  m_tile->CPCESetFieldState(input, CPFS_HIDDEN);
+  m_tile->CPCESetFieldState(fields::kSubmitButton, CPFS_HIDDEN);
+  m_tile->CPCESetFieldString(fields::kMessage, resources::loadString(message_ids::kInternalError).c_str());
+  m_tile->CPCESetFieldState(fields::kMessage, CPFS_DISPLAY_IN_BOTH);
+  m_tile->CPCE2EndFieldUpdates();
+}
+
 CCredentialCoreKnownUserLogonDefaultImpl::CCredentialCoreKnownUserLogonDefaultImpl(CCredentialStub* tile)
     : CCredentialCoreKnownUserLogon(tile), m_logon(tile, m_log, kUpdateTexts) {}
 
@@ -83,40 +117,13 @@ void CCredentialCoreKnownUserLogonDefaultImpl::PostLoad(const CtxTokenEngine4CP*
     logging::error(m_log, "async token engine contex is null");
     return;
   }
-  const auto* list = context->getResultAs<AsyncResultListUsers>();
-  if (list == nullptr) {
+  if (context->getResultAs<AsyncResultListUsers>() == nullptr) {
     logging::error(m_log, "invalid async result for list user on token completion");
     return;
   }
-  const std::vector<User>& users = list->getUsers();
-  const User* found = nullptr;
-  if (dynamic_cast<const PasswordChangeOrigin*>(context->getData().get()) != nullptr) {
-    // Back from a password change: the user the change was about.
-    found = PasswordChangeOrigin::userOf(context);
-  } else if (users.size() < 2) {
-    if (!users.empty()) found = &users.front();
-  } else {
-    std::vector<BYTE> wanted;
-    UniqueLocalSid tileSid;
-    PSID sid = nullptr;
-    if (m_useConnectedAccount) {
-      wanted = m_tile->getConnectedAccountSid();
-      if (!wanted.empty()) sid = wanted.data();
-    } else {
-      const std::wstring text = m_tile->getUserSidString();
-      if (!text.empty() && ::ConvertStringSidToSidW(text.c_str(), tileSid.put())) sid = tileSid.get();
-    }
-    found = findResolvedUser(users, sid);
-  }
+  const User* found = userToLogOn(context, m_useConnectedAccount);
   if (found == nullptr) {
-    logging::error(m_log, "can not find related user in user list...");
-    m_tile->CPCE2BeginFieldUpdates();
-    m_tile->CPCESetFieldState(fields::kLargeText, CPFS_HIDDEN);
-    m_tile->CPCESetFieldState(fields::kPin, CPFS_HIDDEN);
-    m_tile->CPCESetFieldState(fields::kSubmitButton, CPFS_HIDDEN);
-    m_tile->CPCESetFieldString(fields::kMessage, resources::loadString(message_ids::kInternalError).c_str());
-    m_tile->CPCESetFieldState(fields::kMessage, CPFS_DISPLAY_IN_BOTH);
-    m_tile->CPCE2EndFieldUpdates();
+    showNoUser(fields::kPin);
     return;
   }
   m_relatedUser = std::make_unique<User>(*found);

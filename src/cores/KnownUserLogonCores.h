@@ -19,6 +19,14 @@ class CCredentialCoreKnownUserLogon : public CCredentialCoreBase {
   std::type_index GetTypeIndex() const override { return typeid(CCredentialCoreKnownUserLogon); }
   // The tile's connected (internet) account is the token user, not the tile's own user.
   virtual void setUseConnectedAccount(bool use) { (void)use; }
+
+ protected:
+  // The user of the list in `context` this state logs on: after a password change the one it was
+  // about, of a list with one user that one, of several the one of the tile's user (or connected
+  // account). Null when there is none or `context` holds no user list (both traced).
+  const User* userToLogOn(const CtxTokenEngine4CP* context, bool useConnectedAccount) const;
+  // Message 129 in place of the name and `input`, inside a batch of its own.
+  void showNoUser(DWORD input);
 };
 
 class CCredentialCoreKnownUserLogonDefaultImpl : public CCredentialCoreKnownUserLogon {

@@ -182,7 +182,7 @@ void CCredentialCorePasswordChange::leave() {
 
 void CCredentialCorePasswordChange::hideChangeFields() {
   showFields({fields::kSmallText, fields::kOldPin, fields::kNewPin, fields::kConfirmPin, fields::kPassword,
-              fields::kNewPassword, fields::kConfirmPassword, fields::kInitializeLink},
+              fields::kOldPassword, fields::kNewPassword, fields::kConfirmPassword, fields::kInitializeLink},
              false);
   m_sequence.hideLogonInput();
 }

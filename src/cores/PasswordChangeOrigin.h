@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "account/User.h"
+#include "common/SecretText.h"
 #include "logging/ExtendedResult.h"
 #include "tokenengine/Contexts.h"
 
@@ -28,10 +29,14 @@ class PasswordChangeOrigin : public CtxDataWithData<std::type_index> {
  public:
   static constexpr ExtendedResult kBackToLogonCode = 0x2000000020100013ull;
 
-  PasswordChangeOrigin(std::type_index state, std::optional<User> user)
-      : CtxDataWithData<std::type_index>(nullptr, state), m_user(std::move(user)) {}
+  PasswordChangeOrigin(std::type_index state, std::optional<User> user, std::optional<SecretWString> typed = {})
+      : CtxDataWithData<std::type_index>(nullptr, state), m_user(std::move(user)), m_typed(std::move(typed)) {}
 
   const std::optional<User>& user() const noexcept { return m_user; }
+  // The password the user typed at the logon Windows answered (a logon without token password):
+  // the old password of the change that follows. Wiped with the context.
+  const std::optional<SecretWString>& typedPassword() const noexcept { return m_typed; }
+  static const SecretWString* typedPasswordOf(const CtxTokenEngine4CP* context);
 
   // The user `context` is about: the origin's user as found in the context's user list (by SID,
   // or by name when the account did not resolve); without an origin the list's only user. Null
@@ -42,10 +47,11 @@ class PasswordChangeOrigin : public CtxDataWithData<std::type_index> {
   // routine) whose user list is `users` (with `user` added when it is not among them) and whose
   // origin is `state` with `user`.
   static void post(CCredentialStub& tile, const CtxTokenEngine4CP& own, ExtendedResult code, std::type_index state,
-                   std::vector<User> users, const User* user);
+                   std::vector<User> users, const User* user, const SecretWString* typed = nullptr);
 
  private:
   std::optional<User> m_user;
+  std::optional<SecretWString> m_typed;
 };
 
 }  // namespace lm2

@@ -170,6 +170,8 @@ StateTransitionTable::StateTransitionTable() {
   /* 65 */ add<AddCredential, Message>({afterUserList, failed}, ShowMessage{kUpdatingTokenDataFailed, true});
   /* 66 */ add<AddCredential, Message>({afterUserList, succeeded, noUser}, ShowMessage{kReconnectToken, false});
   /* 67 */ add<Message, Message>({always}, nothing);
+  // An access card is looked up again when its user logs on: the answer stays with the logon.
+  add<KnownUser, KnownUser>({afterUserList}, nothing);
 }
 
 const StateTransitionTable& StateTransitionTable::instance() {

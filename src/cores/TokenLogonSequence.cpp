@@ -45,13 +45,14 @@ void TokenLogonSequence::cancel() noexcept {
   if (m_waitEvent) ::SetEvent(m_waitEvent.get());
 }
 
-bool TokenLogonSequence::run(Routine routine, const CtxTokenEngine4CP* own, const Issue& issue) {
+bool TokenLogonSequence::run(Routine routine, const CtxTokenEngine4CP* own, const Issue& issue,
+                             std::shared_ptr<CtxData> data) {
   if (m_cancelled || !m_waitEvent || own == nullptr) return false;
   m_resultReceived = false;
   ::ResetEvent(m_waitEvent.get());
   // The provider routes the completion back to this tile; the tile hands it to this state, which
   // takes it only as the answer to this very operation.
-  auto context = own->forOperation(m_tile, routine);
+  auto context = own->forOperation(m_tile, routine, std::move(data));
   m_awaitedOperation = context->operation();
   // Only the answer to this operation counts: nothing that came before proves a PIN.
   m_lastResultCode = notYetAnswered();
@@ -186,6 +187,24 @@ bool TokenLogonSequence::replacePasswordOnToken(const User& user, const CtxToken
   return false;
 }
 
+bool TokenLogonSequence::listUsers(const Token& token, const CtxTokenEngine4CP* own, std::vector<User>& users) {
+  users.clear();
+  {
+    std::lock_guard<std::mutex> guard(m_usersLock);
+    m_listedUsers.clear();
+  }
+  // The provider routes a user list by the token it names.
+  const bool arrived = run(
+      Routine::TokenEngineListUsersOnTokenCompletion, own,
+      [&](TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context) {
+        engine.ListUsersOnTokenAsync(context, token);
+      },
+      std::make_shared<CtxDataWithData<Token>>(nullptr, token));
+  std::lock_guard<std::mutex> guard(m_usersLock);
+  users.swap(m_listedUsers);
+  return arrived && !m_cancelled && result::succeeded(m_lastResultCode);
+}
+
 bool TokenLogonSequence::changePin(const Token& token, const CtxTokenEngine4CP* own, const std::wstring& oldPin,
                                    const std::wstring& newPin) {
   // A PIN change proves the old PIN: its result comes back as the state's PIN check.
@@ -224,6 +243,7 @@ void TokenLogonSequence::update(const CtxTokenEngine4CP* context) {
     case Routine::TokenEngineAskPINCompletion: text = m_texts.askPin; break;
     case Routine::TokenEngineCreateCredentialCompletion: text = m_texts.createCredential; break;
     case Routine::TokenEngineChangePasswordOnTokenCompletion: text = m_texts.changePassword; break;
+    case Routine::TokenEngineListUsersOnTokenCompletion: text = m_texts.listUsers; break;
     default: break;
   }
   if (text == nullptr) {
@@ -254,6 +274,15 @@ void TokenLogonSequence::update(const CtxTokenEngine4CP* context) {
         logging::error(m_log, "failed to get notify service (0x%016llx)", static_cast<unsigned long long>(code));
       }
       break;
+    case Routine::TokenEngineListUsersOnTokenCompletion: {
+      const auto* list = context->getResultAs<AsyncResultListUsers>();
+      {
+        std::lock_guard<std::mutex> guard(m_usersLock);
+        m_listedUsers = list ? list->getUsers() : std::vector<User>();
+      }
+      m_lastResultCode = list ? code : notYetAnswered();
+      break;
+    }
     case Routine::TokenEngineChangePasswordOnTokenCompletion:
       m_passwordReplaced = result::succeeded(code);
       if (!m_passwordReplaced) {
@@ -297,14 +326,14 @@ void TokenLogonSequence::reportResult(std::type_index from, const User* user, co
 }
 
 void TokenLogonSequence::postVerdict(const CtxTokenEngine4CP& own, ExtendedResult code, std::type_index from,
-                                     const User* user) {
+                                     const User* user, const SecretWString* typed) {
   std::vector<User> users;
   if (const auto* list = own.getResultAs<AsyncResultListUsers>()) {
     users = list->getUsers();
   } else if (user != nullptr) {
     users.push_back(*user);
   }
-  PasswordChangeOrigin::post(*m_tile, own, code, from, std::move(users), user);
+  PasswordChangeOrigin::post(*m_tile, own, code, from, std::move(users), user, typed);
 }
 
 void TokenLogonSequence::reportLogonToService(const User& user, const CtxTokenEngine4CP* own) {

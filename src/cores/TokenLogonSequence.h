@@ -17,7 +17,9 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <typeindex>
+#include <vector>
 
 #include "account/User.h"
 #include "common/SecretHandoff.h"
@@ -43,6 +45,7 @@ class TokenLogonSequence {
     const char* notify;
     const char* createCredential;
     const char* changePassword;
+    const char* listUsers = nullptr;
   };
 
   // `pinPadRoutine` is the completion a PIN typed on the token's PIN pad comes back as: the logon
@@ -82,6 +85,9 @@ class TokenLogonSequence {
                CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
                CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
                CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
+  // The users of `token` as the token engine layer lists them now (for an access card: the
+  // directory's answer at this moment). False when no answer arrived or it was a failure.
+  bool listUsers(const Token& token, const CtxTokenEngine4CP* own, std::vector<User>& users);
   // Changes the token's PIN; the code is lastResultCode() afterwards.
   bool changePin(const Token& token, const CtxTokenEngine4CP* own, const std::wstring& oldPin,
                  const std::wstring& newPin);
@@ -100,7 +106,9 @@ class TokenLogonSequence {
   using Issue = std::function<void(TokenEngineAbstractionLayer& engine, const std::shared_ptr<CtxData>& context)>;
   // Starts one operation whose completion the provider routes back to this tile as `routine`, and
   // waits for its result; false when none arrived (no engine, no context, cancelled).
-  bool run(TokenEngineCompletion routine, const CtxTokenEngine4CP* own, const Issue& issue);
+  // `data` goes with the operation's context (what the provider needs to route its completion).
+  bool run(TokenEngineCompletion routine, const CtxTokenEngine4CP* own, const Issue& issue,
+           std::shared_ptr<CtxData> data = nullptr);
   // The code of the last PIN check or PIN pad entry, and whether the last credential was stored.
   ExtendedResult lastResultCode() const noexcept { return m_lastResultCode.load(); }
   bool credentialCreated() const noexcept { return m_credentialCreated.load(); }
@@ -122,7 +130,9 @@ class TokenLogonSequence {
   // Windows' verdict on the logon of `user` as a result of this state's context `own`, for the
   // transition table (no explicit target: the table's rows for the code decide). It carries the
   // user list of `own` (or `user` alone) and the state `from` as the origin of a password change.
-  void postVerdict(const CtxTokenEngine4CP& own, ExtendedResult code, std::type_index from, const User* user);
+  // A password typed at the logon (`typed`, when there is one) goes with the verdict.
+  void postVerdict(const CtxTokenEngine4CP& own, ExtendedResult code, std::type_index from, const User* user,
+                   const SecretWString* typed = nullptr);
   // An error message box (OK, error icon) on LogonUI's window; none without a window.
   void showError(UINT text) const;
 
@@ -136,6 +146,10 @@ class TokenLogonSequence {
   UniqueHandle m_waitEvent;
   // Handed over by the handler thread, taken by LogonUI's.
   SecretHandoff m_password;
+  // Written by the handler thread before it wakes LogonUI's, read after; the lock also covers a
+  // list arriving after the wait ended.
+  std::mutex m_usersLock;
+  std::vector<User> m_listedUsers;
   // Failed until an answer says otherwise.
   std::atomic<std::uint64_t> m_lastResultCode{notYetAnswered()};
   std::atomic<std::uint64_t> m_awaitedOperation{0};

@@ -217,6 +217,8 @@ TEST_F(TransitionTableTest, EveryRowIsTakenWhereItsPredicatesHold) {
        users({}), 66, 66},
       {"a message keeps everything", typeid(CCredentialCoreMessage), G, Init::TokenEngineCheckPINCompletion,
        code(layer_codes::kFindFailed), 67, 67},
+      {"known user: card looked up again", typeid(CCredentialCoreKnownUserLogon), G,
+       Init::TokenEngineListUsersOnTokenCompletion, users({me()}), 68, 68},
       {"searching has no edge", typeid(CCredentialCoreSearchForTokenMessage), G, Init::TokenEngineInitAsyncCompletion,
        ok(), 0, 0},
       {"loading ignores a PIN check", loadToken, G, Init::TokenEngineCheckPINCompletion, ok(), 0, 0},
@@ -259,7 +261,7 @@ TEST_F(TransitionTableTest, PredicatesWithoutTileOrContextNeverHold) {
       EXPECT_FALSE(predicate(generic.get(), nullptr));
     }
   }
-  EXPECT_EQ(StateTransitionTable::instance().edges().size(), 67u);
+  EXPECT_EQ(StateTransitionTable::instance().edges().size(), 68u);
 }
 
 }  // namespace
