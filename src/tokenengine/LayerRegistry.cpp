@@ -1,7 +1,7 @@
 #include "tokenengine/LayerRegistry.h"
 
-#include "logging/TraceLog.h"
 #include "tokenengine/TokenEngineAbstractionLayerDefault.h"
+#include "tokenengine/TokenEngineAbstractionLayerKaldera.h"
 
 namespace lm2 {
 
@@ -10,9 +10,7 @@ std::string registeredLayerName(const std::string& configured) {
 }
 
 TokenEngineAbstractionLayer* createTokenEngineLayer(const std::string& configured) {
-  logging::Category& log = logging::getCategory(logging::categories::kTokenEngineAbstractionLayer);
-  const std::string name = registeredLayerName(configured);
-  if (name == "Kaldera") logging::warn(log, "token engine layer 'Kaldera' is not available...using 'Default'");
+  if (registeredLayerName(configured) == "Kaldera") return new TokenEngineAbstractionLayerKaldera();
   return new TokenEngineAbstractionLayerDefault();
 }
 

@@ -10,8 +10,8 @@ class TokenEngineAbstractionLayer;
 // The registered name for `configured`: "Default" or "Kaldera"; any other name is "Default".
 std::string registeredLayerName(const std::string& configured);
 
-// A new layer (reference count 1) for the configured name. The card-id layer ("Kaldera") is not
-// part of this build yet: asking for it gives the default layer, with a warning in the trace.
+// A new layer (reference count 1) for the configured name: the access-card layer for "Kaldera",
+// the token layer for every other name.
 TokenEngineAbstractionLayer* createTokenEngineLayer(const std::string& configured);
 
 }  // namespace lm2

@@ -60,6 +60,11 @@ directory $dir/data
 CONF
 
 slapadd -q -f "$dir/slapd.conf" -l "$here/directory.ldif"
+# The account running the tests (Wine's user has the Unix user's name) has the card "04E2E0A1",
+# so that a card logs on to an account that exists.
+me=$(id -un)
+printf 'dn: uid=%s,ou=people,dc=lm2,dc=test\nobjectClass: inetOrgPerson\nuid: %s\ncn: %s\nsn: Runner\nemployeeNumber: 04E2E0A1\n' \
+  "$me" "$me" "$me" | slapadd -q -f "$dir/slapd.conf"
 slapd -f "$dir/slapd.conf" -h "ldap://127.0.0.1:$ldap/ ldaps://127.0.0.1:$ldaps/"
 for _ in $(seq 100); do
   if (exec 3<>"/dev/tcp/127.0.0.1/$ldap") 2>/dev/null && (exec 3<>"/dev/tcp/127.0.0.1/$ldaps") 2>/dev/null; then
