@@ -24,7 +24,7 @@ CCredentialCoreChangePasswordWithTokenKalderaImpl::CCredentialCoreChangePassword
 
 HRESULT CCredentialCoreChangePasswordWithTokenKalderaImpl::Load() {
   LogScope scope(m_log, "CCredentialCoreChangePasswordWithTokenKalderaImpl::Load", this);
-  showPasswordInput(message_ids::kEnterNewPassword, fields::kNewPassword, fields::kConfirmPassword);
+  showPasswordInput(message_ids::kEnterOldAndNewPassword, fields::kNewPassword, fields::kConfirmPassword);
   m_tile->CPCE2BeginFieldUpdates();
   showFields({fields::kOldPassword}, true);
   m_tile->CPCESetFieldInteractiveState(fields::kOldPassword, CPFIS_FOCUSED);

@@ -67,5 +67,7 @@ inline constexpr UINT kPasswordMustChangeNow = 174;
 inline constexpr UINT kPasswordIsGenerated = 175;
 inline constexpr UINT kEnterNewPassword = 176;
 inline constexpr UINT kEnterOldAndNewPin = 177;
+// The Ctrl+Alt+Del change of an access card's account: nothing is kept on the card.
+inline constexpr UINT kEnterOldAndNewPassword = 178;
 
 }  // namespace lm2::message_ids
