@@ -53,6 +53,29 @@ const User* CCredentialCoreKnownUserLogon::userToLogOn(const CtxTokenEngine4CP* 
   return findResolvedUser(users, sid);
 }
 
+bool CCredentialCoreKnownUserLogon::adoptUser(const CtxTokenEngine4CP* context, bool useConnectedAccount, DWORD input,
+                                              std::unique_ptr<User>& related) {
+  if (context == nullptr) {
+    logging::error(m_log, "async token engine contex is null");
+    return false;
+  }
+  if (context->getResultAs<AsyncResultListUsers>() == nullptr) {
+    logging::error(m_log, "invalid async result for list user on token completion");
+    return false;
+  }
+  const User* found = userToLogOn(context, useConnectedAccount);
+  if (found == nullptr) {
+    showNoUser(input);
+    return false;
+  }
+  related = std::make_unique<User>(*found);
+  m_tile->CPCE2BeginFieldUpdates();
+  m_tile->CPCESetFieldString(fields::kLargeText, related->qualifiedName().c_str());
+  m_tile->CPCE2EndFieldUpdates();
+  m_tile->SetSelectedTEUser(related.get());
+  return true;
+}
+
 void CCredentialCoreKnownUserLogon::showNoUser(DWORD input) {
   logging::error(m_log, "can not find related user in user list...");
   m_tile->CPCE2BeginFieldUpdates();
@@ -113,24 +136,7 @@ HRESULT CCredentialCoreKnownUserLogonDefaultImpl::Load() {
 void CCredentialCoreKnownUserLogonDefaultImpl::PostLoad(const CtxTokenEngine4CP* context) {
   LogScope scope(m_log, "CCredentialCoreKnownUserLogonDefaultImpl::PostLoad", this);
   CCredentialCoreBase::PostLoad(context);
-  if (context == nullptr) {
-    logging::error(m_log, "async token engine contex is null");
-    return;
-  }
-  if (context->getResultAs<AsyncResultListUsers>() == nullptr) {
-    logging::error(m_log, "invalid async result for list user on token completion");
-    return;
-  }
-  const User* found = userToLogOn(context, m_useConnectedAccount);
-  if (found == nullptr) {
-    showNoUser(fields::kPin);
-    return;
-  }
-  m_relatedUser = std::make_unique<User>(*found);
-  m_tile->CPCE2BeginFieldUpdates();
-  m_tile->CPCESetFieldString(fields::kLargeText, m_relatedUser->qualifiedName().c_str());
-  m_tile->CPCE2EndFieldUpdates();
-  m_tile->SetSelectedTEUser(m_relatedUser.get());
+  if (!adoptUser(context, m_useConnectedAccount, fields::kPin, m_relatedUser)) return;
   // The tile is already selected, so LogonUI will not select it again by itself: it learns of the
   // automatic logon when it enumerates the tiles anew.
   if (m_tile->isSelected() && logsOnAtOnce()) {

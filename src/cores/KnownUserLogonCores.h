@@ -25,7 +25,13 @@ class CCredentialCoreKnownUserLogon : public CCredentialCoreBase {
   // about, of a list with one user that one, of several the one of the tile's user (or connected
   // account). Null when there is none or `context` holds no user list (both traced).
   const User* userToLogOn(const CtxTokenEngine4CP* context, bool useConnectedAccount) const;
-  // Message 129 in place of the name and `input`, inside a batch of its own.
+  // What both logons do after loading: the user of `context` becomes `related`, is shown by name
+  // and is the tile's token user. False when there is none (traced; message 129 in place of the
+  // name and `input`).
+  bool adoptUser(const CtxTokenEngine4CP* context, bool useConnectedAccount, DWORD input,
+                 std::unique_ptr<User>& related);
+
+ private:
   void showNoUser(DWORD input);
 };
 

@@ -60,24 +60,7 @@ HRESULT CCredentialCoreKnownUserLogonKalderaImpl::Load() {
 void CCredentialCoreKnownUserLogonKalderaImpl::PostLoad(const CtxTokenEngine4CP* context) {
   LogScope scope(m_log, "CCredentialCoreKnownUserLogonKalderaImpl::PostLoad", this);
   CCredentialCoreBase::PostLoad(context);
-  if (context == nullptr) {
-    logging::error(m_log, "async token engine contex is null");
-    return;
-  }
-  if (context->getResultAs<AsyncResultListUsers>() == nullptr) {
-    logging::error(m_log, "invalid async result for list user on token completion");
-    return;
-  }
-  const User* found = userToLogOn(context, m_useConnectedAccount);
-  if (found == nullptr) {
-    showNoUser(fields::kPassword);
-    return;
-  }
-  m_relatedUser = std::make_unique<User>(*found);
-  m_tile->CPCE2BeginFieldUpdates();
-  m_tile->CPCESetFieldString(fields::kLargeText, m_relatedUser->qualifiedName().c_str());
-  m_tile->CPCE2EndFieldUpdates();
-  m_tile->SetSelectedTEUser(m_relatedUser.get());
+  adoptUser(context, m_useConnectedAccount, fields::kPassword, m_relatedUser);
 }
 
 bool CCredentialCoreKnownUserLogonKalderaImpl::stillNamesTheUser(PWSTR* statusText,
