@@ -25,7 +25,11 @@ constexpr TokenLogonSequence::UpdateTexts kUpdateTexts{
 }  // namespace
 
 CCredentialCoreChangePasswordIsMandatory::CCredentialCoreChangePasswordIsMandatory(CCredentialStub* tile)
-    : CCredentialCorePasswordChange(tile, kUpdateTexts) {}
+    : CCredentialCoreChangePasswordIsMandatory(tile, kUpdateTexts) {}
+
+CCredentialCoreChangePasswordIsMandatory::CCredentialCoreChangePasswordIsMandatory(
+    CCredentialStub* tile, const TokenLogonSequence::UpdateTexts& texts)
+    : CCredentialCorePasswordChange(tile, texts) {}
 
 HRESULT CCredentialCoreChangePasswordIsMandatory::Load() {
   LogScope scope(m_log, "CCredentialCoreChangePasswordIsMandatory::Load", this);
@@ -66,22 +70,29 @@ HRESULT CCredentialCoreChangePasswordIsMandatory::serializeChange(
     CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, PWSTR* statusText,
     CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
   if (!sameEntries(fields::kNewPassword, fields::kConfirmPassword, statusText, statusIcon)) return E_UNEXPECTED;
-  const CtxTokenEngine4CP* own = tokenEngineContext();
-  if (!m_sequence.provePin(*user(), own, fields::kPin, statusText, statusIcon)) return E_UNEXPECTED;
   SecretWString old;
-  if (!m_sequence.readPassword(*user(), own, old, statusText, statusIcon)) return E_UNEXPECTED;
+  if (!oldPassword(old, statusText, statusIcon)) return E_UNEXPECTED;
   SecretWString typed(m_tile->GetFieldString(fields::kNewPassword));
-  const HRESULT hr =
-      m_tile->GetSerialization_ChangePassword(response, serialization, *user(), old.get().c_str(), typed.get().c_str());
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to pack credentials");
-    resources::setErrorStatus(message_ids::kPackingFailed, statusText, statusIcon);
-    return hr;
-  }
+  const HRESULT hr = packChange(response, serialization, old.get(), typed.get(), statusText, statusIcon);
+  if (FAILED(hr)) return hr;
   keepPending(std::move(typed));
   m_sent = Sent::Change;
   return hr;
 }
+
+bool CCredentialCoreChangePasswordIsMandatory::oldPassword(SecretWString& old, PWSTR* statusText,
+                                                           CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
+  const CtxTokenEngine4CP* own = tokenEngineContext();
+  return m_sequence.provePin(*user(), own, fields::kPin, statusText, statusIcon) &&
+         m_sequence.readPassword(*user(), own, old, statusText, statusIcon);
+}
+
+void CCredentialCoreChangePasswordIsMandatory::changeAccepted(const SecretWString& changed) {
+  logging::info(m_log, "password changed...replace password on token");
+  m_sequence.replacePasswordOnToken(*user(), tokenEngineContext(), changed.get());
+}
+
+void CCredentialCoreChangePasswordIsMandatory::oldPasswordRefused() { post(TokenLogonSequence::kLogonFailureCode); }
 
 HRESULT CCredentialCoreChangePasswordIsMandatory::serializeLogon(
     CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
@@ -114,12 +125,10 @@ HRESULT CCredentialCoreChangePasswordIsMandatory::ReportResult(NTSTATUS status, 
                   static_cast<unsigned long>(subStatus));
     setWindowsStatus(status, subStatus, statusText, statusIcon);
     refused();
-    // Windows did not take the token's copy as the old password: it is outdated as well.
-    if (status == TokenLogonSequence::kLogonFailure) post(TokenLogonSequence::kLogonFailureCode);
+    if (status == TokenLogonSequence::kLogonFailure) oldPasswordRefused();
     return S_OK;
   }
-  logging::info(m_log, "password changed...replace password on token");
-  m_sequence.replacePasswordOnToken(*user(), tokenEngineContext(), changed.get());
+  changeAccepted(changed);
   keepPending(std::move(changed));
   m_logonDue = true;
   // LogonUI selects the tile anew after enumerating, and the selection logs on.

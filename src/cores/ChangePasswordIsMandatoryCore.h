@@ -29,7 +29,17 @@ class CCredentialCoreChangePasswordIsMandatory : public CCredentialCorePasswordC
   std::type_index GetTypeIndex() const override { return typeid(CCredentialCoreChangePasswordIsMandatory); }
 
  protected:
+  CCredentialCoreChangePasswordIsMandatory(CCredentialStub* tile, const TokenLogonSequence::UpdateTexts& texts);
+
   void refused() override;
+  // Where the old password comes from: the token, after its PIN. False (status set) when it
+  // cannot be had.
+  virtual bool oldPassword(SecretWString& old, PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
+  // Windows changed the password to `changed`: the token gets it.
+  virtual void changeAccepted(const SecretWString& changed);
+  // Windows did not take the old password: the token's copy is outdated as well.
+  virtual void oldPasswordRefused();
+  bool logonDue() const noexcept { return m_logonDue.load(); }
 
  private:
   // What the last serialization handed to Windows.

@@ -118,18 +118,14 @@ HRESULT CCredentialCoreChangePasswordWithToken::GetSerialization(
   SecretWString old;
   if (!m_sequence.readPassword(*user(), own, old, statusText, statusIcon)) return E_UNEXPECTED;
   SecretWString fresh = m_generated ? generatePassword() : SecretWString(m_tile->GetFieldString(fields::kNewPassword));
-  HRESULT hr = E_UNEXPECTED;
   if (m_generated && fresh.get().empty()) {
     logging::error(m_log, "failed to generate password");
-  } else {
-    hr = m_tile->GetSerialization_ChangePassword(response, serialization, *user(), old.get().c_str(),
-                                                 fresh.get().c_str());
-  }
-  if (FAILED(hr)) {
     logging::error(m_log, "failed to pack credentials");
     resources::setErrorStatus(message_ids::kPackingFailed, statusText, statusIcon);
-    return hr;
+    return E_UNEXPECTED;
   }
+  const HRESULT hr = packChange(response, serialization, old.get(), fresh.get(), statusText, statusIcon);
+  if (FAILED(hr)) return hr;
   keepPending(std::move(fresh));
   m_changeSent = true;
   return hr;

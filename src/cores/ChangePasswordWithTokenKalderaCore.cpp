@@ -55,14 +55,8 @@ HRESULT CCredentialCoreChangePasswordWithTokenKalderaImpl::GetSerialization(
   if (!sameEntries(fields::kNewPassword, fields::kConfirmPassword, statusText, statusIcon)) return E_UNEXPECTED;
   const SecretWString old(m_tile->GetFieldString(fields::kOldPassword));
   const SecretWString fresh(m_tile->GetFieldString(fields::kNewPassword));
-  const HRESULT hr =
-      m_tile->GetSerialization_ChangePassword(response, serialization, *user(), old.get().c_str(), fresh.get().c_str());
-  if (FAILED(hr)) {
-    logging::error(m_log, "failed to pack credentials");
-    resources::setErrorStatus(message_ids::kPackingFailed, statusText, statusIcon);
-    return hr;
-  }
-  m_changeSent = true;
+  const HRESULT hr = packChange(response, serialization, old.get(), fresh.get(), statusText, statusIcon);
+  m_changeSent = SUCCEEDED(hr);
   return hr;
 }
 

@@ -111,20 +111,9 @@ HRESULT CCredentialCoreKnownUserLogonKalderaImpl::ReportResult(NTSTATUS status, 
   const SecretWString typed = takeTyped();
   // A refused password is typed anew (Windows says why); the card has nothing to correct.
   if (HRESULT_FROM_NT(status) < 0) m_tile->CPCESetFieldString(fields::kPassword, L"");
-  if (status == 0 && subStatus == 0) {
-    if (m_tile->getUsageScenario() == CPUS_CREDUI || !m_relatedUser) return S_OK;
-    logging::info(m_log, "credentials are correct...contact service for token observation");
-    m_logon.reportLogonToService(*m_relatedUser, tokenEngineContext());
-    return S_OK;
-  }
-  if (!TokenLogonSequence::mustChangePassword(status, subStatus)) return S_OK;
-  if (m_logon.changeOnlyAfterLogon(statusText, statusIcon)) return S_OK;
-  logging::info(m_log, "password expired or must change");
-  const CtxTokenEngine4CP* own = tokenEngineContext();
-  if (own == nullptr) return S_OK;
-  // The password Windows just accepted is the old one of the change.
-  m_logon.postVerdict(*own, TokenLogonSequence::kPasswordMustChangeCode, GetTypeIndex(), m_relatedUser.get(),
-                      typed.get().empty() ? nullptr : &typed);
+  // An expired password Windows just accepted is the old one of the change.
+  m_logon.reportAcceptedOrExpired(GetTypeIndex(), m_relatedUser.get(), tokenEngineContext(), status, subStatus,
+                                  statusText, statusIcon, typed.get().empty() ? nullptr : &typed);
   return S_OK;
 }
 

@@ -81,6 +81,19 @@ bool CCredentialCorePasswordChange::sameEntries(DWORD first, DWORD second, PWSTR
   return false;
 }
 
+HRESULT CCredentialCorePasswordChange::packChange(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+                                                  CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization,
+                                                  const std::wstring& old, const std::wstring& fresh, PWSTR* statusText,
+                                                  CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
+  const HRESULT hr =
+      m_tile->GetSerialization_ChangePassword(response, serialization, *m_user, old.c_str(), fresh.c_str());
+  if (FAILED(hr)) {
+    logging::error(m_log, "failed to pack credentials");
+    resources::setErrorStatus(message_ids::kPackingFailed, statusText, statusIcon);
+  }
+  return hr;
+}
+
 void CCredentialCorePasswordChange::setWindowsStatus(NTSTATUS status, NTSTATUS subStatus, PWSTR* statusText,
                                                      CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) {
   // A restriction in general says less than the reason Windows gives beside it.

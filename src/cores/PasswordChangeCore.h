@@ -36,6 +36,11 @@ class CCredentialCorePasswordChange : public CCredentialCoreBase {
   const User* user() const noexcept { return m_user.get(); }
   // 132 with the error icon when the texts of the two fields differ.
   bool sameEntries(DWORD first, DWORD second, PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) const;
+  // Windows' change request from `old` to `fresh` for the state's user; 128 with the error icon
+  // when it cannot be packed.
+  HRESULT packChange(CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE* response,
+                     CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION* serialization, const std::wstring& old,
+                     const std::wstring& fresh, PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
   // Windows' own words for a refused logon or change (in the user interface's language), with the
   // error icon.
   static void setWindowsStatus(NTSTATUS status, NTSTATUS subStatus, PWSTR* statusText,

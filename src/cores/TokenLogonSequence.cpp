@@ -311,6 +311,13 @@ void TokenLogonSequence::reportResult(std::type_index from, const User* user, co
     postVerdict(*own, kLogonFailureCode, from, user);
     return;
   }
+  reportAcceptedOrExpired(from, user, own, status, subStatus, statusText, statusIcon);
+}
+
+void TokenLogonSequence::reportAcceptedOrExpired(std::type_index from, const User* user, const CtxTokenEngine4CP* own,
+                                                 NTSTATUS status, NTSTATUS subStatus, PWSTR* statusText,
+                                                 CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon,
+                                                 const SecretWString* typed) {
   if (status == 0 && subStatus == 0) {
     if (m_tile->getUsageScenario() == CPUS_CREDUI || user == nullptr) return;
     logging::info(m_log, "credentials are correct...contact service for token observation");
@@ -321,7 +328,7 @@ void TokenLogonSequence::reportResult(std::type_index from, const User* user, co
     if (changeOnlyAfterLogon(statusText, statusIcon)) return;
     logging::info(m_log, "password expired or must change");
     if (own == nullptr) return;
-    postVerdict(*own, kPasswordMustChangeCode, from, user);
+    postVerdict(*own, kPasswordMustChangeCode, from, user, typed);
   }
 }
 

@@ -98,6 +98,12 @@ class TokenLogonSequence {
   // state `from`.
   void reportResult(std::type_index from, const User* user, const CtxTokenEngine4CP* own, NTSTATUS status,
                     NTSTATUS subStatus, PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon);
+  // The part of it that does not depend on where the password came from: an accepted logon is
+  // reported for monitoring, an expired password leads to the mandatory change (carrying `typed`,
+  // a password the user typed, when there is one).
+  void reportAcceptedOrExpired(std::type_index from, const User* user, const CtxTokenEngine4CP* own, NTSTATUS status,
+                               NTSTATUS subStatus, PWSTR* statusText, CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon,
+                               const SecretWString* typed = nullptr);
   // Ends the present wait and every later one.
   void cancel() noexcept;
   bool cancelled() const noexcept { return m_cancelled.load(); }
