@@ -135,7 +135,11 @@ ExtendedResult CardDirectoryLookup::lookUpOnHost(const std::wstring& entry, cons
   splitPort(entry, settings_.ldapPort, host, port);
   const DWORD stepLimit = settings_.ldapOptTimeLimit == 0 ? 1 : settings_.ldapOptTimeLimit;
 
-  const ExtendedResult reachable = HostProbe::connects(host, port, stepLimit * 1000);
+  // The TLS handshake and StartTLS of wldap32 wait for good on a server that took the connection
+  // and hung; a plain bind is bounded by itself, but a hung host is better passed over there too.
+  const HostProbe::Greeting greeting =
+      settings_.ldapTls == LdapTls::kLdaps ? HostProbe::Greeting::kTlsHello : HostProbe::Greeting::kStartTls;
+  const ExtendedResult reachable = HostProbe::reaches(host, port, greeting, stepLimit * 1000);
   if (result::failed(reachable)) {
     tryNextHost = true;
     return reachable;
@@ -163,6 +167,15 @@ ExtendedResult CardDirectoryLookup::lookUpOnHost(const std::wstring& entry, cons
       logging::warn(log, "the LDAP client takes no certificate check (0x%016llx)",
                     result::hex(directory_codes::fromLdap(code)));
     }
+  }
+
+  // Windows connects here, LDAPS handshake included, within the limit; Wine's client connects at
+  // the first request instead (the probe above has bounded what can hang there).
+  l_timeval connectLimit = seconds(stepLimit);
+  code = ::ldap_connect(ldap.get(), &connectLimit);
+  if (code != LDAP_SUCCESS) {
+    tryNextHost = code == LDAP_SERVER_DOWN || code == LDAP_CONNECT_ERROR || code == LDAP_TIMEOUT;
+    return ldapFailure(log, "connect", code);
   }
 
   if (settings_.ldapTls == LdapTls::kStartTls) {

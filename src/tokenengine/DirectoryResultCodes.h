@@ -18,6 +18,8 @@ inline constexpr ExtendedResult kCleartextBindRefused = 0xE0000000E0100032ull;
 inline constexpr ExtendedResult kNoBindCredentials = 0xE0000000E0100033ull;
 // No listed host took the connection within the time limit.
 inline constexpr ExtendedResult kConnectTimeout = 0xE0000000E0100034ull;
+// A host took the connection and did not answer within the time limit (a hung server).
+inline constexpr ExtendedResult kNoAnswer = 0xE0000000E0100038ull;
 // No listed host could be reached (refused, or its name does not resolve).
 inline constexpr ExtendedResult kUnreachable = 0xE0000000E0100035ull;
 // More than one directory entry names the card.

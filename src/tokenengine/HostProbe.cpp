@@ -36,17 +36,45 @@ using UniqueSocket = UniqueResource<SocketTraits>;
 void freeAddresses(ADDRINFOW* list) noexcept { ::FreeAddrInfoW(list); }
 using UniqueAddresses = UniqueResource<NullableTraits<ADDRINFOW*, &freeAddresses>>;
 
+// The opening of a TLS 1.2 handshake: a ClientHello offering AES-GCM with ECDHE and RSA key
+// exchange. A TLS server answers it with its hello or an alert; the probe needs no more than that,
+// so the random is left zero (no handshake is ever finished on this connection).
+constexpr unsigned char kTlsHello[] = {
+    0x16, 0x03, 0x01, 0x00, 0x4B,              // record: handshake, 75 bytes
+    0x01, 0x00, 0x00, 0x47,                    // ClientHello, 71 bytes
+    0x03, 0x03,                                // TLS 1.2
+    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,  // random
+    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+    0x00,                                      // no session id
+    0x00, 0x08, 0xC0, 0x2F, 0xC0, 0x30, 0x00, 0x9C, 0x00, 0x9D,  // cipher suites
+    0x01, 0x00,                                // no compression
+    0x00, 0x16,                                // extensions, 22 bytes:
+    0x00, 0x0A, 0x00, 0x04, 0x00, 0x02, 0x00, 0x17,  // supported groups: secp256r1
+    0x00, 0x0B, 0x00, 0x02, 0x01, 0x00,              // point formats: uncompressed
+    0x00, 0x0D, 0x00, 0x04, 0x00, 0x02, 0x04, 0x01,  // signatures: rsa_pkcs1_sha256
+};
+
+// LDAP message 1: ExtendedRequest "1.3.6.1.4.1.1466.20037" (StartTLS).
+constexpr unsigned char kStartTlsRequest[] = {
+    0x30, 0x1D, 0x02, 0x01, 0x01, 0x77, 0x18, 0x80, 0x16, '1', '.', '3', '.', '6', '.', '1', '.',
+    '4', '.', '1', '.', '1', '4', '6', '6', '.', '2', '0', '0', '3', '7',
+};
+
 enum class Outcome { kConnected, kRefused, kTimedOut };
 
-Outcome tryAddress(const ADDRINFOW& address, std::chrono::steady_clock::time_point deadline) {
-  UniqueSocket socket(::socket(address.ai_family, address.ai_socktype, address.ai_protocol));
+std::chrono::microseconds timeLeft(std::chrono::steady_clock::time_point deadline) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
+}
+
+Outcome tryAddress(const ADDRINFOW& address, std::chrono::steady_clock::time_point deadline, UniqueSocket& socket) {
+  socket.reset(::socket(address.ai_family, address.ai_socktype, address.ai_protocol));
   if (socket.get() == INVALID_SOCKET) return Outcome::kRefused;
   u_long nonBlocking = 1;
   if (::ioctlsocket(socket.get(), FIONBIO, &nonBlocking) != 0) return Outcome::kRefused;
   if (::connect(socket.get(), address.ai_addr, static_cast<int>(address.ai_addrlen)) == 0) return Outcome::kConnected;
   if (::WSAGetLastError() != WSAEWOULDBLOCK) return Outcome::kRefused;
 
-  const auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
+  const auto left = timeLeft(deadline);
   if (left.count() <= 0) return Outcome::kTimedOut;
   fd_set writable;
   fd_set failed;
@@ -66,9 +94,35 @@ Outcome tryAddress(const ADDRINFOW& address, std::chrono::steady_clock::time_poi
   return Outcome::kConnected;
 }
 
+// Whether the peer sends something, or closes, before the deadline once `greeting` went out.
+bool answers(SOCKET socket, const unsigned char* greeting, int length, std::chrono::steady_clock::time_point deadline) {
+  for (int sent = 0; sent < length;) {
+    const int count = ::send(socket, reinterpret_cast<const char*>(greeting) + sent, length - sent, 0);
+    if (count > 0) {
+      sent += count;
+      continue;
+    }
+    if (count < 0 && ::WSAGetLastError() != WSAEWOULDBLOCK) return true;  // closed on us: an answer, too
+    const auto left = timeLeft(deadline);
+    if (left.count() <= 0) return false;
+    fd_set writable;
+    FD_ZERO(&writable);
+    FD_SET(socket, &writable);
+    timeval timeout{static_cast<long>(left.count() / 1000000), static_cast<long>(left.count() % 1000000)};
+    if (::select(0, nullptr, &writable, nullptr, &timeout) == 0) return false;
+  }
+  const auto left = timeLeft(deadline);
+  if (left.count() <= 0) return false;
+  fd_set readable;
+  FD_ZERO(&readable);
+  FD_SET(socket, &readable);
+  timeval timeout{static_cast<long>(left.count() / 1000000), static_cast<long>(left.count() % 1000000)};
+  return ::select(0, &readable, nullptr, nullptr, &timeout) != 0;
+}
+
 }  // namespace
 
-ExtendedResult HostProbe::connects(const std::wstring& host, unsigned port, DWORD timeoutMs) {
+ExtendedResult HostProbe::reaches(const std::wstring& host, unsigned port, Greeting greeting, DWORD timeoutMs) {
   const WinsockSession winsock;
   if (!winsock.started()) return result::fromWin32(static_cast<std::uint32_t>(::WSAGetLastError()));
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
@@ -83,8 +137,16 @@ ExtendedResult HostProbe::connects(const std::wstring& host, unsigned port, DWOR
   }
   bool timedOut = false;
   for (const ADDRINFOW* address = addresses.get(); address != nullptr; address = address->ai_next) {
-    switch (tryAddress(*address, deadline)) {
-      case Outcome::kConnected: return result::success();
+    UniqueSocket socket;
+    switch (tryAddress(*address, deadline, socket)) {
+      case Outcome::kConnected: {
+        if (greeting == Greeting::kNone) return result::success();
+        const bool tls = greeting == Greeting::kTlsHello;
+        const auto answerDeadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+        const bool answered = tls ? answers(socket.get(), kTlsHello, sizeof kTlsHello, answerDeadline)
+                                  : answers(socket.get(), kStartTlsRequest, sizeof kStartTlsRequest, answerDeadline);
+        return answered ? result::success() : directory_codes::kNoAnswer;
+      }
       case Outcome::kTimedOut: timedOut = true; break;
       case Outcome::kRefused: break;
     }
