@@ -33,10 +33,12 @@ wine_run=("$here/../../scripts/wine-prefix.sh" run "$prefix")
   "$bin/engine-variants/test-root.cer" 2>/dev/null || { echo "engine install failed"; exit 1; }
 "${wine_run[@]}" "$bin/session_service_double.exe" --install 2>/dev/null || { echo "service install failed"; exit 1; }
 
-# The card-id flows find the test directory's ports as %LM2_LDAP_PORT% and %LM2_LDAPS_PORT%.
+# The card-id flows find the test directory's ports as %LM2_LDAP_PORT% and %LM2_LDAPS_PORT%, and
+# the one of its server without TLS as %LM2_PLAIN_LDAP_PORT%.
 if [ -f "$bin/../test-directory/ports.txt" ]; then
   export LM2_LDAP_PORT=$(sed -n 's/^ldap=//p' "$bin/../test-directory/ports.txt")
   export LM2_LDAPS_PORT=$(sed -n 's/^ldaps=//p' "$bin/../test-directory/ports.txt")
+  export LM2_PLAIN_LDAP_PORT=$(sed -n 's/^plain=//p' "$bin/../test-directory/ports.txt")
 fi
 
 settings='HKLM\SOFTWARE\Corvana\Lumenar2\CredentialProvider'

@@ -62,12 +62,19 @@ bool ScriptRunner::expect(std::vector<std::wstring> words, std::wstring& error) 
     return shown == count || mismatch(L"number of message boxes", words[2], std::to_wstring(shown));
   }
   if (words[1] == L"file") {
-    if (!needWord(words, 4, L"a file, \"containing\" and a text", error) || words[3] != L"containing") {
-      error = L"expect file: FILE containing TEXT expected";
+    // "expect file FILE [not] containing TEXT"
+    const bool negated = words.size() > 3 && words[3] == L"not";
+    const std::size_t at = negated ? 4 : 3;
+    if (!needWord(words, at + 1, L"a file, \"containing\" and a text", error) || words[at] != L"containing") {
+      error = L"expect file: FILE [not] containing TEXT expected";
       return false;
     }
-    return fileContains(resolve(words[2]), words[4]) ||
-           mismatch(L"file " + words[2], L"a file containing " + words[4], L"no such text in it");
+    if (negated) {
+      return !fileContains(resolve(words[2]), words[at + 1]) ||
+             mismatch(L"file " + words[2], L"no " + words[at + 1] + L" in it", L"it is there");
+    }
+    return fileContains(resolve(words[2]), words[at + 1]) ||
+           mismatch(L"file " + words[2], L"a file containing " + words[at + 1], L"no such text in it");
   }
   if (words[1] == L"token") {
     // What the virtual engine now holds on a token: the credentials the provider stored there.

@@ -368,6 +368,7 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
     return false;
   }
   if (command == L"tokens") return describeTokens(rest, error);
+  if (command == L"relay") return relay(words, error);
   if (command == L"start") return startScreen(error);
   if (command == L"end") {
     finishLaterCommands();
@@ -547,6 +548,40 @@ void ScriptRunner::runInteractive() {
     if (!run(line, error)) printLine(L"error: " + error);
     if (m_ended) break;
   }
+}
+
+// "relay NAME to HOST:PORT [recording FILE]" opens a stand-in and sets %NAME% to its port;
+// "relay NAME forward|hang|drop|down" changes what it does.
+bool ScriptRunner::relay(const std::vector<std::wstring>& words, std::wstring& error) {
+  if (!needWord(words, 2, L"a name and to HOST:PORT, forward, hang, drop or down", error)) return false;
+  const std::wstring& name = words[1];
+  NetworkRelay::Mode mode;
+  if (NetworkRelay::modeByName(words[2], mode)) {
+    const auto found = m_relays.find(name);
+    if (found == m_relays.end()) {
+      error = L"relay: no relay " + quoted(name);
+      return false;
+    }
+    found->second->setMode(mode);
+    return true;
+  }
+  const std::size_t colon = words.size() > 3 ? words[3].rfind(L':') : std::wstring::npos;
+  const bool recording = words.size() == 6 && words[4] == L"recording";
+  if (words[2] != L"to" || colon == std::wstring::npos || (words.size() != 4 && !recording)) {
+    error = L"relay: 'relay NAME to HOST:PORT [recording FILE]' or 'relay NAME forward|hang|drop|down' expected";
+    return false;
+  }
+  const unsigned long port = std::wcstoul(words[3].c_str() + colon + 1, nullptr, 10);
+  if (m_relays.count(name) != 0 || port == 0 || port > 65535) {
+    error = L"relay: " + quoted(name) + L" exists already, or " + quoted(words[3]) + L" names no port";
+    return false;
+  }
+  auto opened = NetworkRelay::open(words[3].substr(0, colon), static_cast<unsigned>(port),
+                                   recording ? resolve(words[5]) : L"", error);
+  if (!opened) return false;
+  ::SetEnvironmentVariableW(name.c_str(), std::to_wstring(opened->port()).c_str());
+  m_relays[name] = std::move(opened);
+  return true;
 }
 
 }  // namespace lm2::host

@@ -6,12 +6,15 @@
 // A script stops at its first failing command or expectation with a message that names the line,
 // the tile and field, the expected and the actual value; the host then exits with 1.
 
+#include <map>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "EngineControl.h"
 #include "LogonScreen.h"
+#include "NetworkRelay.h"
 #include "RegistryChanges.h"
 
 namespace lm2::host {
@@ -40,6 +43,7 @@ class ScriptRunner {
   bool describeTokens(const std::wstring& rest, std::wstring& error);
   std::wstring resolve(const std::wstring& path) const;
   bool reinstallServiceDouble(const std::wstring& options, std::wstring& error);
+  bool relay(const std::vector<std::wstring>& words, std::wstring& error);
   void finishLaterCommands();
   // Runs the engine command `words` (`rest`: the line after its first word) `delay` ms later.
   bool runLater(DWORD delay, std::vector<std::wstring> words, std::wstring rest, std::wstring& error);
@@ -59,6 +63,8 @@ class ScriptRunner {
   long m_threadsBeforeStart = -1;
   // Commands that act later, on threads of their own ("remove ID after MS").
   std::vector<std::thread> m_later;
+  // Network stand-ins by name ("relay NAME to HOST:PORT"); the name is also the variable of its port.
+  std::map<std::wstring, std::unique_ptr<NetworkRelay>> m_relays;
 };
 
 }  // namespace lm2::host
