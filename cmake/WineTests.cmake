@@ -17,6 +17,17 @@ if(LM2_UNDER_WINE)
   set_tests_properties(wine.prefix.start PROPERTIES FIXTURES_SETUP wine)
   add_test(NAME wine.prefix.stop COMMAND ${LM2_WINE_SCRIPT} stop ${LM2_WINEPREFIX})
   set_tests_properties(wine.prefix.stop PROPERTIES FIXTURES_CLEANUP wine)
+
+  # The end-to-end flows have a prefix (and a server, a service double, a registry) of their own,
+  # fixture "wine-flows": they run one at a time there while the unit tests that change the shared
+  # state of the first prefix run one at a time beside them. Its home holds its own registry files
+  # and desktop anchor.
+  set(LM2_FLOWS_WINE_HOME ${CMAKE_BINARY_DIR}/wine-flows)
+  set(LM2_FLOWS_WINEPREFIX ${LM2_FLOWS_WINE_HOME}/prefix)
+  add_test(NAME wine.flows-prefix.start COMMAND ${LM2_WINE_SCRIPT} start ${LM2_FLOWS_WINEPREFIX})
+  set_tests_properties(wine.flows-prefix.start PROPERTIES FIXTURES_SETUP wine-flows)
+  add_test(NAME wine.flows-prefix.stop COMMAND ${LM2_WINE_SCRIPT} stop ${LM2_FLOWS_WINEPREFIX})
+  set_tests_properties(wine.flows-prefix.stop PROPERTIES FIXTURES_CLEANUP wine-flows)
 endif()
 
 # lm2_add_wine_gtest(NAME SOURCES … [LIBRARIES …] [WINDOWS_VERSIONS vista win7 win81 win10 …]
@@ -126,7 +137,9 @@ function(lm2_write_wine_registry_files)
     list(GET parts 1 version)
     string(APPEND text "\n[HKEY_CURRENT_USER\\Software\\Wine\\AppDefaults\\${exe}]\n\"Version\"=\"${version}\"\n")
   endforeach()
-  file(MAKE_DIRECTORY ${LM2_WINE_HOME})
   # Only rewritten when the content changes, so the prefix is not re-imported on every configure.
-  file(CONFIGURE OUTPUT ${LM2_WINE_HOME}/appdefaults.reg CONTENT "${text}" @ONLY)
+  foreach(home ${LM2_WINE_HOME} ${LM2_FLOWS_WINE_HOME})
+    file(MAKE_DIRECTORY ${home})
+    file(CONFIGURE OUTPUT ${home}/appdefaults.reg CONTENT "${text}" @ONLY)
+  endforeach()
 endfunction()

@@ -26,9 +26,11 @@ here=$(cd "$(dirname "$0")" && pwd)
 prefix=$(cd "$prefix" && pwd)
 wine_run=("$here/../../scripts/wine-prefix.sh" run "$prefix")
 
-# Providers registered by a script that was killed before it could undo its changes go first.
+# Providers registered and settings written by a script that was killed before it could undo its
+# changes go first (the flows' prefix is theirs alone: nothing else keeps settings there).
 "${wine_run[@]}" reg delete \
   'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Authentication\Credential Providers' /f >/dev/null 2>&1
+"${wine_run[@]}" reg delete 'HKLM\SOFTWARE\Corvana\Lumenar2' /f >/dev/null 2>&1
 "${wine_run[@]}" "$bin/engine_install.exe" "$bin/engine-variants/VestaAccessLibrary.signed.dll" \
   "$bin/engine-variants/test-root.cer" 2>/dev/null || { echo "engine install failed"; exit 1; }
 "${wine_run[@]}" "$bin/session_service_double.exe" --install 2>/dev/null || { echo "service install failed"; exit 1; }
