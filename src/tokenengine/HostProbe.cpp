@@ -94,6 +94,17 @@ Outcome tryAddress(const ADDRINFOW& address, std::chrono::steady_clock::time_poi
   return Outcome::kConnected;
 }
 
+// Whether `socket` can be read from (or written to) before the deadline.
+bool readyBefore(SOCKET socket, bool toRead, std::chrono::steady_clock::time_point deadline) {
+  const auto left = timeLeft(deadline);
+  if (left.count() <= 0) return false;
+  fd_set set;
+  FD_ZERO(&set);
+  FD_SET(socket, &set);
+  timeval timeout{static_cast<long>(left.count() / 1000000), static_cast<long>(left.count() % 1000000)};
+  return ::select(0, toRead ? &set : nullptr, toRead ? nullptr : &set, nullptr, &timeout) > 0;
+}
+
 // Whether the peer sends something, or closes, before the deadline once `greeting` went out.
 bool answers(SOCKET socket, const unsigned char* greeting, int length, std::chrono::steady_clock::time_point deadline) {
   for (int sent = 0; sent < length;) {
@@ -103,21 +114,9 @@ bool answers(SOCKET socket, const unsigned char* greeting, int length, std::chro
       continue;
     }
     if (count < 0 && ::WSAGetLastError() != WSAEWOULDBLOCK) return true;  // closed on us: an answer, too
-    const auto left = timeLeft(deadline);
-    if (left.count() <= 0) return false;
-    fd_set writable;
-    FD_ZERO(&writable);
-    FD_SET(socket, &writable);
-    timeval timeout{static_cast<long>(left.count() / 1000000), static_cast<long>(left.count() % 1000000)};
-    if (::select(0, nullptr, &writable, nullptr, &timeout) == 0) return false;
+    if (!readyBefore(socket, false, deadline)) return false;
   }
-  const auto left = timeLeft(deadline);
-  if (left.count() <= 0) return false;
-  fd_set readable;
-  FD_ZERO(&readable);
-  FD_SET(socket, &readable);
-  timeval timeout{static_cast<long>(left.count() / 1000000), static_cast<long>(left.count() % 1000000)};
-  return ::select(0, &readable, nullptr, nullptr, &timeout) != 0;
+  return readyBefore(socket, true, deadline);
 }
 
 }  // namespace
