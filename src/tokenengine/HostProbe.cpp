@@ -139,7 +139,6 @@ ExtendedResult HostProbe::reaches(const std::wstring& host, unsigned port, Greet
     UniqueSocket socket;
     switch (tryAddress(*address, deadline, socket)) {
       case Outcome::kConnected: {
-        if (greeting == Greeting::kNone) return result::success();
         const bool tls = greeting == Greeting::kTlsHello;
         const auto answerDeadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
         const bool answered = tls ? answers(socket.get(), kTlsHello, sizeof kTlsHello, answerDeadline)

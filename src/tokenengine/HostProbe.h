@@ -14,10 +14,10 @@ namespace lm2::kaldera {
 
 class HostProbe {
  public:
-  // What the probe says first on the connection: nothing (connect only), the opening of a TLS
-  // handshake (an LDAPS port), or a StartTLS request (a plain LDAP port: every LDAP v3 server
-  // answers it, yes or no, and it carries no credentials).
-  enum class Greeting { kNone, kTlsHello, kStartTls };
+  // What the probe says first on the connection: the opening of a TLS handshake (an LDAPS port),
+  // or a StartTLS request (a plain LDAP port: every LDAP v3 server answers it, yes or no, and it
+  // carries no credentials).
+  enum class Greeting { kTlsHello, kStartTls };
 
   // Success when one of the host's addresses accepted a connection on `port` within `timeoutMs`
   // and, after the greeting, sent something back or closed the connection within `timeoutMs` more
