@@ -10,6 +10,7 @@
 #include <mutex>
 #include <sstream>
 
+#include "logging/RollingFileSink.h"
 #include "logging/TraceProperties.h"
 #include "platform/UniqueResource.h"
 
@@ -58,7 +59,9 @@ class FileSink {
 
 struct ActiveConfiguration {
   TraceProperties properties;
-  std::map<std::string, std::shared_ptr<FileSink>> sinks;  // by appender name
+  // By appender name.
+  std::map<std::string, std::shared_ptr<FileSink>> sinks;
+  std::map<std::string, std::shared_ptr<RollingFileSink>> rollingSinks;
 
   int priorityOf(const std::string& category) const {
     const auto rule = properties.categories.find(category);
@@ -116,7 +119,11 @@ bool DebugOutputCategory::configure(const std::string& propertiesPath) {
 
   auto configuration = std::make_shared<ActiveConfiguration>();
   for (const auto& [name, appender] : properties->fileAppenders) {
-    configuration->sinks[name] = std::make_shared<FileSink>(appender);
+    if (appender.rolling) {
+      configuration->rollingSinks[name] = std::make_shared<RollingFileSink>(appender);
+    } else {
+      configuration->sinks[name] = std::make_shared<FileSink>(appender);
+    }
   }
   configuration->properties = std::move(*properties);
   std::lock_guard<std::mutex> guard(g_configurationLock);
@@ -172,6 +179,9 @@ void DebugOutputCategory::writeText(int priority, const char* text) {
   for (const auto& name : appenders) {
     if (const auto sink = configuration->sinks.find(name); sink != configuration->sinks.end()) {
       sink->second->write(record);
+    } else if (const auto rolling = configuration->rollingSinks.find(name);
+               rolling != configuration->rollingSinks.end()) {
+      rolling->second->write(record);
     }
   }
 }

@@ -35,6 +35,23 @@ std::optional<TraceCategoryRule> parseRule(const std::string& value) {
   return rule;
 }
 
+// A size in bytes, with an optional KB, MB or GB (log4j's way of writing it; log4cpp reads the
+// digits only). Nothing for a value that is no size, or 0, which would roll at every record.
+std::optional<std::uint64_t> sizeNamed(const std::string& value) {
+  std::size_t digits = 0;
+  while (digits < value.size() && std::isdigit(static_cast<unsigned char>(value[digits]))) ++digits;
+  if (digits == 0 || digits > 12) return std::nullopt;
+  std::string unit = trim(value.substr(digits));
+  std::transform(unit.begin(), unit.end(), unit.begin(), [](unsigned char c) { return std::toupper(c); });
+  std::uint64_t size = std::stoull(value.substr(0, digits));
+  if (unit == "KB") size <<= 10;
+  else if (unit == "MB") size <<= 20;
+  else if (unit == "GB") size <<= 30;
+  else if (!unit.empty()) return std::nullopt;
+  if (size == 0) return std::nullopt;
+  return size;
+}
+
 }  // namespace
 
 std::optional<int> TraceProperties::priorityNamed(const std::string& name) {
@@ -85,6 +102,16 @@ std::optional<TraceProperties> TraceProperties::parse(const std::string& text) {
       appender.fileName = fileName->second;
       const auto append = values.find(key + ".append");
       appender.append = append == values.end() || append->second != "false";
+      appender.rolling = kind == "RollingFileAppender";
+      if (const auto size = values.find(key + ".maxFileSize"); appender.rolling && size != values.end()) {
+        appender.maxFileSize = sizeNamed(size->second).value_or(appender.maxFileSize);
+      }
+      if (const auto backups = values.find(key + ".maxBackupIndex"); appender.rolling && backups != values.end()) {
+        const std::string& count = backups->second;
+        if (!count.empty() && count.size() <= 3 && std::all_of(count.begin(), count.end(), ::isdigit)) {
+          appender.maxBackupIndex = static_cast<unsigned>(std::stoul(count));
+        }
+      }
       properties.fileAppenders[name] = appender;
     }
   }

@@ -1,9 +1,10 @@
 #pragma once
 // The part of a log4cpp properties file that the Windows build without log4cpp honours: the root
 // category's and named categories' priorities and appenders, and the file name and append switch
-// of FileAppender and RollingFileAppender appenders. A file that log4cpp would refuse (empty, or
+// of FileAppender and RollingFileAppender appenders, and the latter's size limit and backups. A file that log4cpp would refuse (empty, or
 // without a root category) is refused here too, so both builds agree on when tracing is on.
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -14,6 +15,11 @@ namespace lm2::logging {
 struct TraceFileAppender {
   std::string fileName;  // UTF-8
   bool append = true;
+  // RollingFileAppender: once the file has reached maxFileSize bytes it becomes fileName.1 (the
+  // older ones .2 … up to maxBackupIndex, the oldest dropped; 0 backups: the file starts anew).
+  bool rolling = false;
+  std::uint64_t maxFileSize = 10 * 1024 * 1024;
+  unsigned maxBackupIndex = 1;
 };
 
 struct TraceCategoryRule {
