@@ -27,7 +27,8 @@ prefix=$(cd "$prefix" && pwd)
 wine_run=("$here/../../scripts/wine-prefix.sh" run "$prefix")
 
 # Providers registered and settings written by a script that was killed before it could undo its
-# changes go first (the flows' prefix is theirs alone: nothing else keeps settings there).
+# changes go first (the prefix is the flows' or, while it runs, the soak's: nothing else keeps
+# settings there).
 "${wine_run[@]}" reg delete \
   'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Authentication\Credential Providers' /f >/dev/null 2>&1
 "${wine_run[@]}" reg delete 'HKLM\SOFTWARE\Corvana\Lumenar2' /f >/dev/null 2>&1
