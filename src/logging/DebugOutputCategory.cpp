@@ -3,7 +3,9 @@
 #include <windows.h>
 
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -78,13 +80,48 @@ std::shared_ptr<const ActiveConfiguration> currentConfiguration() {
   return g_configuration;
 }
 
-std::string timestamp() {
-  SYSTEMTIME now;
-  ::GetLocalTime(&now);
+// 100 ns intervals since 1601.
+std::uint64_t systemTimeNow() {
+  FILETIME now;
+  ::GetSystemTimeAsFileTime(&now);
+  return (static_cast<std::uint64_t>(now.dwHighDateTime) << 32) | now.dwLowDateTime;
+}
+
+// A pattern's %r counts from here, as log4cpp's counts from when its library was loaded.
+const std::uint64_t g_traceStart = systemTimeNow();
+
+// What a ConversionPattern may ask of a record, but the text and its names.
+TraceRecord recordNow() {
+  const std::uint64_t now = systemTimeNow();
+  FILETIME utc{static_cast<DWORD>(now), static_cast<DWORD>(now >> 32)};
+  SYSTEMTIME universal{}, local{};
+  ::FileTimeToSystemTime(&utc, &universal);
+  if (!::SystemTimeToTzSpecificLocalTime(nullptr, &universal, &local)) local = universal;
+  TraceRecord record;
+  record.year = local.wYear;
+  record.month = local.wMonth;
+  record.day = local.wDay;
+  record.hour = local.wHour;
+  record.minute = local.wMinute;
+  record.second = local.wSecond;
+  record.millisecond = local.wMilliseconds;
+  record.weekday = local.wDayOfWeek;
+  static const int kDaysBefore[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
+  const bool leap = (record.year % 4 == 0 && record.year % 100 != 0) || record.year % 400 == 0;
+  record.dayOfYear = kDaysBefore[(record.month - 1) % 12] + record.day - 1 + (leap && record.month > 2 ? 1 : 0);
+  record.secondsSince1970 = static_cast<std::int64_t>(now / 10000000ULL) - 11644473600LL;
+  record.millisecondsSinceStart = static_cast<std::int64_t>((now - g_traceStart) / 10000);
+  record.clockTicks = static_cast<long>(std::clock());
+  record.thread = std::to_string(::GetCurrentThreadId());
+  return record;
+}
+
+// The fixed layout, for appenders without a usable PatternLayout.
+std::string fixedLayout(const TraceRecord& record) {
   char text[32];
-  std::snprintf(text, sizeof text, "%04u-%02u-%02u %02u:%02u:%02u.%03u", now.wYear, now.wMonth, now.wDay, now.wHour,
-                now.wMinute, now.wSecond, now.wMilliseconds);
-  return text;
+  std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d ", record.year, record.month, record.day,
+                record.hour, record.minute, record.second, record.millisecond);
+  return text + record.priority + " " + record.category + " - " + record.message + "\r\n";
 }
 
 }  // namespace
@@ -175,13 +212,20 @@ void DebugOutputCategory::writeText(int priority, const char* text) {
   }
   for (const auto& name : configuration->properties.root.appenders) appenders.push_back(name);
   if (appenders.empty()) return;
-  const std::string record = timestamp() + " " + priorityName(priority) + " " + name_ + " - " + text + "\r\n";
+  TraceRecord record = recordNow();
+  record.priority = priorityName(priority);
+  record.category = name_;
+  record.message = text;
   for (const auto& name : appenders) {
+    const auto appender = configuration->properties.fileAppenders.find(name);
+    if (appender == configuration->properties.fileAppenders.end()) continue;
+    const auto& pattern = appender->second.pattern;
+    const std::string line = pattern ? pattern->format(record, "\r\n") : fixedLayout(record);
     if (const auto sink = configuration->sinks.find(name); sink != configuration->sinks.end()) {
-      sink->second->write(record);
+      sink->second->write(line);
     } else if (const auto rolling = configuration->rollingSinks.find(name);
                rolling != configuration->rollingSinks.end()) {
-      rolling->second->write(record);
+      rolling->second->write(line);
     }
   }
 }

@@ -112,6 +112,12 @@ std::optional<TraceProperties> TraceProperties::parse(const std::string& text) {
           appender.maxBackupIndex = static_cast<unsigned>(std::stoul(count));
         }
       }
+      if (const auto layout = values.find(key + ".layout");
+          layout != values.end() && (layout->second == "PatternLayout" ||
+                                      layout->second == "org.apache.log4cpp.PatternLayout")) {
+        const auto pattern = values.find(key + ".layout.ConversionPattern");
+        appender.pattern = TracePattern::parse(pattern == values.end() ? "%m%n" : pattern->second);
+      }
       properties.fileAppenders[name] = appender;
     }
   }

@@ -1,14 +1,17 @@
 #pragma once
 // The part of a log4cpp properties file that the Windows build without log4cpp honours: the root
-// category's and named categories' priorities and appenders, and the file name and append switch
-// of FileAppender and RollingFileAppender appenders, and the latter's size limit and backups. A file that log4cpp would refuse (empty, or
-// without a root category) is refused here too, so both builds agree on when tracing is on.
+// category's and named categories' priorities and appenders, and the file name, append switch and
+// PatternLayout of FileAppender and RollingFileAppender appenders, and the latter's size limit and
+// backups. A file that log4cpp would refuse (empty, or without a root category) is refused here
+// too, so both builds agree on when tracing is on.
 
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "logging/TracePattern.h"
 
 namespace lm2::logging {
 
@@ -20,6 +23,9 @@ struct TraceFileAppender {
   bool rolling = false;
   std::uint64_t maxFileSize = 10 * 1024 * 1024;
   unsigned maxBackupIndex = 1;
+  // A PatternLayout's ConversionPattern (log4cpp's "%m%n" when none is given); none for other
+  // layouts and for a pattern log4cpp would refuse: those records get the fixed layout.
+  std::optional<TracePattern> pattern;
 };
 
 struct TraceCategoryRule {

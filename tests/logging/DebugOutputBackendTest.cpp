@@ -33,8 +33,9 @@ class DebugOutputBackendTest : public ::testing::Test {
     std::ofstream(properties_, std::ios::binary) << text;
     return configure(properties_);
   }
-  std::string logFile() const {
-    std::ifstream file(log_, std::ios::binary);
+  std::string logFile() const { return readFile(log_); }
+  static std::string readFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
     std::ostringstream text;
     text << file.rdbuf();
     return text.str();
@@ -62,7 +63,8 @@ TEST_F(DebugOutputBackendTest, PrioritiesOfRootAndCategoriesAndAFileAppender) {
                             "log4cpp.category.CredentialProviderCore=DEBUG\n"
                             "log4cpp.appender.file=org.apache.log4cpp.RollingFileAppender\n"
                             "log4cpp.appender.file.fileName=" + log_ + "\n"
-                            "log4cpp.appender.file.layout=org.apache.log4cpp.PatternLayout\n"));
+                            "log4cpp.appender.file.layout=org.apache.log4cpp.PatternLayout\n"
+                            "log4cpp.appender.file.layout.ConversionPattern=%d %p %c - %m%n\n"));
   Category& core = getCategory("CredentialProviderCore");
   Category& engine = getCategory("TokenEngineAbstractionLayer");
   debug(core, "core detail");
@@ -90,6 +92,48 @@ TEST_F(DebugOutputBackendTest, PrioritiesOfRootAndCategoriesAndAFileAppender) {
   EXPECT_NE(logFile().find("ERROR TokenEngineAbstractionLayer - loud error"), std::string::npos);
 }
 
+TEST_F(DebugOutputBackendTest, EachFileAppenderWritesItsOwnLayout) {
+  const std::string plain = "lm2-trace-test-plain.log", fixed = "lm2-trace-test-fixed.log";
+  const std::string basic = "lm2-trace-test-basic.log";
+  for (const auto& file : {plain, fixed, basic}) std::remove(file.c_str());
+  const auto appender = [](const std::string& name, const std::string& file, const std::string& layout) {
+    return "log4cpp.appender." + name + "=FileAppender\nlog4cpp.appender." + name + ".fileName=" + file +
+           "\nlog4cpp.appender." + name + ".layout=" + layout + "\n";
+  };
+  ASSERT_TRUE(configureWith("log4cpp.rootCategory=DEBUG, pattern, plain, fixed, basic\n" +
+                            appender("pattern", log_, "org.apache.log4cpp.PatternLayout") +
+                            "log4cpp.appender.pattern.layout.ConversionPattern= %d{%Y|%H:%M:%S,%l} [%-5p] %c{1} "
+                            "(%t) %.7m|%r%n  \n" +
+                            appender("plain", plain, "PatternLayout") +  // log4cpp's default: %m%n
+                            appender("fixed", fixed, "PatternLayout") +
+                            "log4cpp.appender.fixed.layout.ConversionPattern=%d %q %m%n\n" +  // refused by log4cpp
+                            appender("basic", basic, "BasicLayout")));
+  SYSTEMTIME before;
+  ::GetLocalTime(&before);
+  info(getCategory("Lm2.CredentialProvider"), "message text");
+
+  // "2026|14:05:09,123 [INFO ] CredentialProvider (1234) message|17\r\n": the value's blanks at
+  // either end go, as log4cpp trims them.
+  const std::string written = logFile();
+  const std::string year = std::to_string(before.wYear) + "|";
+  ASSERT_EQ(written.compare(0, year.size(), year), 0) << written;
+  ASSERT_GT(written.size(), year.size() + 13);
+  EXPECT_EQ(written[year.size() + 2], ':');
+  EXPECT_EQ(written[year.size() + 8], ',');
+  const std::string rest = written.substr(year.size() + 12);
+  const std::string thread = std::to_string(::GetCurrentThreadId());
+  EXPECT_EQ(rest.substr(0, rest.find('|') + 1), " [INFO ] CredentialProvider (" + thread + ") message|") << written;
+  EXPECT_EQ(rest.substr(rest.size() - 2), "\r\n");
+  EXPECT_EQ(readFile(plain), "message text\r\n");
+  for (const auto& file : {fixed, basic}) {
+    const std::string line = readFile(file);
+    EXPECT_NE(line.find(" INFO Lm2.CredentialProvider - message text\r\n"), std::string::npos) << file << ": " << line;
+    EXPECT_EQ(line.compare(0, 5, year.substr(0, 4) + "-"), 0) << line;
+  }
+  configureWith("log4cpp.rootCategory=DEBUG\n");  // lets go of the files
+  for (const auto& file : {plain, fixed, basic}) std::remove(file.c_str());
+}
+
 class RollingTraceTest : public DebugOutputBackendTest {
  protected:
   void SetUp() override { removeAll(); }
@@ -103,19 +147,13 @@ class RollingTraceTest : public DebugOutputBackendTest {
     for (int index = 1; index <= 60; ++index) std::remove(backup(index).c_str());
   }
   std::string backup(int index) const { return log_ + "." + std::to_string(index); }
-  static std::string read(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-  }
   static bool exists(const std::string& path) { return std::ifstream(path).good(); }
 
   // Every record of the file and its backups, oldest first: "TAG n" for each, in the order found.
   std::vector<std::string> records(int backups) const {
     std::vector<std::string> found;
     for (int index = backups; index >= 0; --index) {
-      std::istringstream lines(read(index == 0 ? log_ : backup(index)));
+      std::istringstream lines(readFile(index == 0 ? log_ : backup(index)));
       for (std::string line; std::getline(lines, line);) {
         const auto at = line.find(" INFO CredentialProvider - ");
         const auto end = line.find(" of a record long enough to roll the file often\r");
@@ -143,10 +181,10 @@ TEST_F(RollingTraceTest, TheFileRollsAtItsSizeIntoItsBackupsAndTheOldestGoes) {
   }
   const std::size_t record = 100;  // the longest line, with room to spare
   for (const std::string& path : {log_, backup(1), backup(2)}) {
-    EXPECT_LE(read(path).size(), 2048u) << path;
+    EXPECT_LE(readFile(path).size(), 2048u) << path;
   }
-  EXPECT_GT(read(backup(1)).size(), 2048u - record);
-  EXPECT_GT(read(backup(2)).size(), 2048u - record);
+  EXPECT_GT(readFile(backup(1)).size(), 2048u - record);
+  EXPECT_GT(readFile(backup(2)).size(), 2048u - record);
   EXPECT_FALSE(exists(backup(3)));
   // What is kept is the newest, without a gap.
   const std::vector<std::string> kept = records(2);
@@ -162,8 +200,8 @@ TEST_F(RollingTraceTest, TheFileRollsAtItsSizeIntoItsBackupsAndTheOldestGoes) {
   // No backups: the file starts anew when it is full.
   ASSERT_TRUE(configureWith(rolling("1KB", 0)));
   for (int number = 0; number < 100; ++number) info(category, "U %04d of a record long enough to roll the file often", number);
-  EXPECT_LE(read(log_).size(), 1024u);
-  EXPECT_NE(read(log_).find("U 0099"), std::string::npos);
+  EXPECT_LE(readFile(log_).size(), 1024u);
+  EXPECT_NE(readFile(log_).find("U 0099"), std::string::npos);
   EXPECT_FALSE(exists(backup(3)));
 }
 
