@@ -28,6 +28,15 @@ if(LM2_UNDER_WINE)
   set_tests_properties(wine.flows-prefix.start PROPERTIES FIXTURES_SETUP wine-flows)
   add_test(NAME wine.flows-prefix.stop COMMAND ${LM2_WINE_SCRIPT} stop ${LM2_FLOWS_WINEPREFIX})
   set_tests_properties(wine.flows-prefix.stop PROPERTIES FIXTURES_CLEANUP wine-flows)
+
+  # The package tests install, upgrade and remove the product in a prefix of their own (fixture
+  # "wine-installer"), so that nothing they leave or remove touches the other tests.
+  set(LM2_INSTALLER_WINE_HOME ${CMAKE_BINARY_DIR}/wine-installer)
+  set(LM2_INSTALLER_WINEPREFIX ${LM2_INSTALLER_WINE_HOME}/prefix)
+  add_test(NAME wine.installer-prefix.start COMMAND ${LM2_WINE_SCRIPT} start ${LM2_INSTALLER_WINEPREFIX})
+  set_tests_properties(wine.installer-prefix.start PROPERTIES FIXTURES_SETUP wine-installer)
+  add_test(NAME wine.installer-prefix.stop COMMAND ${LM2_WINE_SCRIPT} stop ${LM2_INSTALLER_WINEPREFIX})
+  set_tests_properties(wine.installer-prefix.stop PROPERTIES FIXTURES_CLEANUP wine-installer)
 endif()
 
 # lm2_add_wine_gtest(NAME SOURCES … [LIBRARIES …] [WINDOWS_VERSIONS vista win7 win81 win10 …]
@@ -138,7 +147,7 @@ function(lm2_write_wine_registry_files)
     string(APPEND text "\n[HKEY_CURRENT_USER\\Software\\Wine\\AppDefaults\\${exe}]\n\"Version\"=\"${version}\"\n")
   endforeach()
   # Only rewritten when the content changes, so the prefix is not re-imported on every configure.
-  foreach(home ${LM2_WINE_HOME} ${LM2_FLOWS_WINE_HOME})
+  foreach(home ${LM2_WINE_HOME} ${LM2_FLOWS_WINE_HOME} ${LM2_INSTALLER_WINE_HOME})
     file(MAKE_DIRECTORY ${home})
     file(CONFIGURE OUTPUT ${home}/appdefaults.reg CONTENT "${text}" @ONLY)
   endforeach()

@@ -39,13 +39,26 @@ std::wstring abstractionLayer() {
 }
 
 std::vector<std::wstring> providerFilter(CREDENTIAL_PROVIDER_USAGE_SCENARIO scenario) {
+  const wchar_t* name = nullptr;
   switch (scenario) {
-    case CPUS_LOGON: return providerKey().readList(L"FilterLogon");
-    case CPUS_UNLOCK_WORKSTATION: return providerKey().readList(L"FilterUnlockWorkstation");
-    case CPUS_CHANGE_PASSWORD: return providerKey().readList(L"FilterChangePassword");
-    case CPUS_CREDUI: return providerKey().readList(L"FilterCredUi");
+    case CPUS_LOGON: name = L"FilterLogon"; break;
+    case CPUS_UNLOCK_WORKSTATION: name = L"FilterUnlockWorkstation"; break;
+    case CPUS_CHANGE_PASSWORD: name = L"FilterChangePassword"; break;
+    case CPUS_CREDUI: name = L"FilterCredUi"; break;
     default: return {};
   }
+  // An entry may hold several class ids separated by ";" or blanks: that is how the installer's
+  // properties and a person typing into one line pass them. A class id holds neither.
+  std::vector<std::wstring> classIds;
+  for (const std::wstring& entry : providerKey().readList(name)) {
+    std::size_t at = 0;
+    while (at < entry.size()) {
+      const std::size_t end = std::min(entry.find_first_of(L"; \t", at), entry.size());
+      if (end > at) classIds.push_back(entry.substr(at, end - at));
+      at = end + 1;
+    }
+  }
+  return classIds;
 }
 
 bool enableExperimentalCredUI() { return switchOn(L"EnableExperimentalCredUI", 1); }

@@ -84,7 +84,7 @@ TEST_F(ProviderSettingsTest, SwitchesStringsAndListsAreReadAsConfigured) {
   test::setStringWithoutTerminator(kProviderKeyPath, L"TileImage", L"C:\\tile.bmp");
   test::setString(kProviderKeyPath, L"TokenInitializationDefaultLabel", L"Firmen-Token");
   test::setList(kProviderKeyPath, L"FilterLogon", {L"{60b78e88-ead8-445c-9cfd-0b87f74ea6cd}"});
-  test::setList(kProviderKeyPath, L"FilterUnlockWorkstation", {L"u1", L"u2"});
+  test::setList(kProviderKeyPath, L"FilterUnlockWorkstation", {L"u1", L"u2;u3 ; u4;"});
   test::setList(kProviderKeyPath, L"FilterChangePassword", {L"c"});
   test::setList(kProviderKeyPath, L"FilterCredUi", {L"r"});
   test::setList(kProviderKeyPath, L"DomainBlackList_Logon", {L"EVIL", L"WORSE"});
@@ -97,7 +97,7 @@ TEST_F(ProviderSettingsTest, SwitchesStringsAndListsAreReadAsConfigured) {
   EXPECT_EQ(tileImage(), L"C:\\tile.bmp");
   EXPECT_EQ(tokenInitializationDefaultLabel(), L"Firmen-Token");
   EXPECT_EQ(providerFilter(CPUS_LOGON), (std::vector<std::wstring>{L"{60b78e88-ead8-445c-9cfd-0b87f74ea6cd}"}));
-  EXPECT_EQ(providerFilter(CPUS_UNLOCK_WORKSTATION), (std::vector<std::wstring>{L"u1", L"u2"}));
+  EXPECT_EQ(providerFilter(CPUS_UNLOCK_WORKSTATION), (std::vector<std::wstring>{L"u1", L"u2", L"u3", L"u4"}));
   EXPECT_EQ(providerFilter(CPUS_CHANGE_PASSWORD), (std::vector<std::wstring>{L"c"}));
   EXPECT_EQ(providerFilter(CPUS_CREDUI), (std::vector<std::wstring>{L"r"}));
   EXPECT_TRUE(providerFilter(CPUS_PLAP).empty());
