@@ -14,7 +14,7 @@ packages=(
   nlohmann-json3-dev                    # description files of the virtual token engine
   locales                               # de_DE.UTF-8 for the German runs
   slapd ldap-utils                      # the throw-away LDAP directory of the card-id tests
-  wixl msitools libxml2-utils           # the MSI and the Group Policy templates, and their checks
+  wixl msitools                         # the administrator's package (installer/) and its checks
 )
 
 missing=()
