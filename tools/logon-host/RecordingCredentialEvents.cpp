@@ -2,6 +2,8 @@
 
 #include <objbase.h>
 
+#include <cstring>
+
 namespace lm2::host {
 
 DWORD TileView::focus() const {
@@ -13,6 +15,36 @@ DWORD TileView::focus() const {
 
 namespace {
 std::wstring textOr(LPCWSTR text) { return text ? std::wstring(text) : std::wstring(L"(null)"); }
+
+// The bitmap as a .bmp file: 32 bits per pixel, rows top-down, as GetDIBits gives them.
+std::string bmpFileOf(HBITMAP bitmap) {
+  BITMAP shape{};
+  if (::GetObjectW(bitmap, sizeof shape, &shape) == 0 || shape.bmWidth <= 0 || shape.bmHeight <= 0 ||
+      shape.bmWidth > 4096 || shape.bmHeight > 4096) {
+    return {};
+  }
+  BITMAPINFO info{};
+  info.bmiHeader.biSize = sizeof info.bmiHeader;
+  info.bmiHeader.biWidth = shape.bmWidth;
+  info.bmiHeader.biHeight = -shape.bmHeight;
+  info.bmiHeader.biPlanes = 1;
+  info.bmiHeader.biBitCount = 32;
+  info.bmiHeader.biCompression = BI_RGB;
+  const std::size_t pixels = static_cast<std::size_t>(shape.bmWidth) * shape.bmHeight * 4;
+  BITMAPFILEHEADER header{};
+  header.bfType = 0x4D42;  // "BM"
+  header.bfOffBits = sizeof header + sizeof info.bmiHeader;
+  header.bfSize = static_cast<DWORD>(header.bfOffBits + pixels);
+  std::string file(header.bfSize, '\0');
+  HDC screen = ::CreateCompatibleDC(nullptr);
+  const int rows = ::GetDIBits(screen, bitmap, 0, static_cast<UINT>(shape.bmHeight), &file[header.bfOffBits], &info,
+                               DIB_RGB_COLORS);
+  ::DeleteDC(screen);
+  if (rows != shape.bmHeight) return {};
+  std::memcpy(&file[0], &header, sizeof header);
+  std::memcpy(&file[sizeof header], &info.bmiHeader, sizeof info.bmiHeader);
+  return file;
+}
 }  // namespace
 
 void RecordingCredentialEvents::readTile(ICredentialProviderCredential* tile,
@@ -70,8 +102,14 @@ TileView RecordingCredentialEvents::read(ICredentialProviderCredential* tile,
       case CPFT_SUBMIT_BUTTON:
         tile->GetSubmitButtonValue(field, &view.submitNeighbour);
         break;
-      case CPFT_TILE_IMAGE:
+      case CPFT_TILE_IMAGE: {
+        HBITMAP bitmap = nullptr;
+        if (SUCCEEDED(tile->GetBitmapValue(field, &bitmap)) && bitmap) {
+          view.image = bmpFileOf(bitmap);
+          ::DeleteObject(bitmap);
+        }
         break;
+      }
       default: {
         PWSTR text = nullptr;
         if (SUCCEEDED(tile->GetStringValue(field, &text)) && text) view.text[field] = text;

@@ -32,6 +32,9 @@ struct TileView {
   std::vector<std::wstring> comboItems;
   DWORD comboSelected = static_cast<DWORD>(-1);
   DWORD submitNeighbour = static_cast<DWORD>(-1);
+  // The tile image the tile handed over (GetBitmapValue), as the bytes of a 32-bit .bmp file;
+  // empty when it gave none.
+  std::string image;
   // Every sink call in order, e.g. "SetFieldString 6 Reading data ...".
   std::vector<std::wstring> calls;
 

@@ -24,6 +24,7 @@ std::vector<ShownField> ScreenTile::shownFields() const {
       field.checked = view.checked;
       field.text = view.checkboxLabel;
     }
+    if (type == CPFT_TILE_IMAGE) field.image = view.image;
     if (type == CPFT_COMBOBOX) {
       field.items = view.comboItems;
       field.selectedItem = view.comboSelected;

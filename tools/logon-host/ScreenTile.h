@@ -26,6 +26,7 @@ struct ShownField {
   bool checked = false;
   std::vector<std::wstring> items;
   DWORD selectedItem = static_cast<DWORD>(-1);
+  std::string image;  // the tile image as a .bmp file, for CPFT_TILE_IMAGE
 };
 
 struct ScreenTile {

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstdint>
 
 #include "HostOutput.h"
 #include "platform/UniqueResource.h"
@@ -31,6 +32,22 @@ std::string escaped(const std::wstring& text) {
 
 std::string number(int value) { return std::to_string(value); }
 
+std::string base64(const std::string& bytes) {
+  static const char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  for (std::size_t at = 0; at < bytes.size(); at += 3) {
+    const std::size_t left = bytes.size() - at;
+    std::uint32_t group = static_cast<unsigned char>(bytes[at]) << 16;
+    if (left > 1) group |= static_cast<unsigned char>(bytes[at + 1]) << 8;
+    if (left > 2) group |= static_cast<unsigned char>(bytes[at + 2]);
+    out += kDigits[(group >> 18) & 63];
+    out += kDigits[(group >> 12) & 63];
+    out += left > 1 ? kDigits[(group >> 6) & 63] : '=';
+    out += left > 2 ? kDigits[group & 63] : '=';
+  }
+  return out;
+}
+
 std::string textAt(int x, int y, const std::wstring& text, const std::string& style) {
   return "<text x=\"" + number(x) + "\" y=\"" + number(y) + "\" " + style + ">" + escaped(text) + "</text>\n";
 }
@@ -48,10 +65,15 @@ std::string drawField(const ShownField& field, int x, int y) {
   std::string svg;
   switch (field.type) {
     case CPFT_TILE_IMAGE:
+      if (!field.image.empty()) {
+        // The bitmap the tile handed over, as LogonUI shows it.
+        svg += "<image x=\"" + number(x + kTileWidth / 2 - 48) + "\" y=\"" + number(y + 4) +
+               "\" width=\"96\" height=\"96\" href=\"data:image/bmp;base64," + base64(field.image) + "\"/>\n";
+        break;
+      }
+      // No bitmap: an empty frame where it would be.
       svg += "<rect x=\"" + number(x + kTileWidth / 2 - 48) + "\" y=\"" + number(y + 4) +
-             "\" width=\"96\" height=\"96\" rx=\"8\" fill=\"#3a6ea5\"/>\n";
-      svg += "<rect x=\"" + number(x + kTileWidth / 2 - 14) + "\" y=\"" + number(y + 30) +
-             "\" width=\"28\" height=\"44\" rx=\"4\" fill=\"#f0f0f0\"/>\n";
+             "\" width=\"96\" height=\"96\" rx=\"8\" fill=\"none\" stroke=\"#f0f0f0\"/>\n";
       break;
     case CPFT_LARGE_TEXT:
       svg += textAt(x + kTileWidth / 2, y + 22, field.text,
