@@ -108,7 +108,8 @@ TraceRecord recordNow() {
   record.weekday = local.wDayOfWeek;
   static const int kDaysBefore[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
   const bool leap = (record.year % 4 == 0 && record.year % 100 != 0) || record.year % 400 == 0;
-  record.dayOfYear = kDaysBefore[(record.month - 1) % 12] + record.day - 1 + (leap && record.month > 2 ? 1 : 0);
+  const int monthIndex = record.month >= 1 && record.month <= 12 ? record.month - 1 : 0;
+  record.dayOfYear = kDaysBefore[monthIndex] + record.day - 1 + (leap && record.month > 2 ? 1 : 0);
   record.secondsSince1970 = static_cast<std::int64_t>(now / 10000000ULL) - 11644473600LL;
   record.millisecondsSinceStart = static_cast<std::int64_t>((now - g_traceStart) / 10000);
   record.clockTicks = static_cast<long>(std::clock());
