@@ -126,11 +126,11 @@ TEST_F(ProviderTest, FilterHidesTheListedProvidersOnly) {
   EXPECT_EQ(allow[1], 7);
 
   test::DebugOutputCapture trace;
-  test::setList(settings::kProviderKeyPath, L"FilterLogon", {L"not a clsid", L"{60B78E88-EAD8-445C-9CFD-0B87F74EA6CD}"});
+  test::setList(settings::kProviderKeyPath, L"FilterLogon", {L"not-a-clsid", L"{60B78E88-EAD8-445C-9CFD-0B87F74EA6CD}"});
   EXPECT_EQ(filter->Filter(CPUS_LOGON, 0, providers, allow, 2), S_OK);
   EXPECT_FALSE(allow[0]);
   EXPECT_TRUE(allow[1]);
-  EXPECT_TRUE(trace.contains("failed to convert not a clsid to CLSID"));
+  EXPECT_TRUE(trace.contains("failed to convert not-a-clsid to CLSID"));
   EXPECT_EQ(filter->Filter(CPUS_PLAP, 0, providers, allow, 2), E_INVALIDARG);
 }
 
