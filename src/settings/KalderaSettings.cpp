@@ -8,9 +8,7 @@
 namespace lm2::settings {
 namespace {
 
-// LDAP_SCOPE_SUBTREE: accounts usually sit in nested organisational units.
-constexpr DWORD kSubtreeScope = 2;
-constexpr DWORD kLdapsPort = 636;
+// Without TLS the directory listens on LDAP's own port; the catalogue's default is the LDAPS port.
 constexpr DWORD kLdapPort = 389;
 
 }  // namespace
@@ -20,14 +18,17 @@ KalderaSettings::~KalderaSettings() { secureWipe(ldapAuthPassword); }
 void KalderaSettings::load() {
   const SettingsKey key(kKalderaKeyPath);
   KalderaSettings& s = *this;
-  s.ldapServer = key.readString(L"LdapServer", L"");
+  s.ldapServer = key.readString(SettingId::kLdapServer);
   // Encrypted by default: the bind password and account names travel over this connection. A
   // value this version does not know keeps the default rather than falling back to cleartext.
-  const DWORD tls = key.readNumberOr(L"LdapUseSSL", static_cast<DWORD>(LdapTls::kLdaps));
-  s.ldapTls = tls <= static_cast<DWORD>(LdapTls::kStartTls) ? static_cast<LdapTls>(tls) : LdapTls::kLdaps;
-  s.ldapPort = key.readNumberOr(L"LdapDefaultPort", s.ldapTls == LdapTls::kLdaps ? kLdapsPort : kLdapPort);
-  s.ldapAuthDn = key.readString(L"LdapAuthDn", L"");
-  key.readSecretString(L"LdapAuthPw", s.ldapAuthPassword);
+  const DWORD tls = key.readNumberOr(SettingId::kLdapUseSSL);
+  s.ldapTls = tls <= static_cast<DWORD>(LdapTls::kStartTls)
+                  ? static_cast<LdapTls>(tls)
+                  : static_cast<LdapTls>(setting(SettingId::kLdapUseSSL).numberDefault);
+  s.ldapPort = s.ldapTls == LdapTls::kLdaps ? key.readNumberOr(SettingId::kLdapDefaultPort)
+                                            : key.readNumberOr(setting(SettingId::kLdapDefaultPort).name, kLdapPort);
+  s.ldapAuthDn = key.readString(SettingId::kLdapAuthDn);
+  key.readSecretString(setting(SettingId::kLdapAuthPw).name, s.ldapAuthPassword);
   // The key is readable by every local user unless an administrator narrowed it
   // (docs/settings.md says how): a bind password in it is then anybody's.
   if (!s.ldapAuthPassword.empty() && key.readableByOthers()) {
@@ -36,19 +37,19 @@ void KalderaSettings::load() {
                   "permissions of %S",
                   kKalderaKeyPath);
   }
-  s.ldapAnonymousBind = key.readNumberOr(L"LdapAnonymousBind", 0) == 1;
-  s.ldapAllowCleartextBind = key.readNumberOr(L"LdapAllowCleartextBind", 0) == 1;
-  s.ldapOptTimeLimit = key.readNumberOr(L"LdapOptTimeLimit", 10);
+  s.ldapAnonymousBind = key.readNumberOr(SettingId::kLdapAnonymousBind) == 1;
+  s.ldapAllowCleartextBind = key.readNumberOr(SettingId::kLdapAllowCleartextBind) == 1;
+  s.ldapOptTimeLimit = key.readNumberOr(SettingId::kLdapOptTimeLimit);
   // Two entries are enough to tell "exactly one account" from "ambiguous card id".
-  s.ldapOptSizeLimit = key.readNumberOr(L"LdapOptSizeLimit", 2);
-  s.ldapSearchBase = key.readString(L"LdapSearchBase", L"");
-  s.ldapAttributeCardId = key.readString(L"LdapAttributeCardId", L"employeeID");
-  s.ldapSearchFilter = key.readString(L"LdapSearchFilter", L"");
-  s.ldapPrependToCardId = key.readString(L"LdapPrependToCardId", L"");
-  s.ldapSearchTimeLimit = key.readNumberOr(L"LdapSearchTimeLimit", 10);
-  s.ldapSearchScope = key.readNumberOr(L"LdapSearchScope", kSubtreeScope);
-  s.ldapAttributeUsername = key.readString(L"LdapAttributeUsername", L"sAMAccountName");
-  s.userDefaultDomain = key.readString(L"UserDefaultDomain", L"");
+  s.ldapOptSizeLimit = key.readNumberOr(SettingId::kLdapOptSizeLimit);
+  s.ldapSearchBase = key.readString(SettingId::kLdapSearchBase);
+  s.ldapAttributeCardId = key.readString(SettingId::kLdapAttributeCardId);
+  s.ldapSearchFilter = key.readString(SettingId::kLdapSearchFilter);
+  s.ldapPrependToCardId = key.readString(SettingId::kLdapPrependToCardId);
+  s.ldapSearchTimeLimit = key.readNumberOr(SettingId::kLdapSearchTimeLimit);
+  s.ldapSearchScope = key.readNumberOr(SettingId::kLdapSearchScope);
+  s.ldapAttributeUsername = key.readString(SettingId::kLdapAttributeUsername);
+  s.userDefaultDomain = key.readString(SettingId::kUserDefaultDomain);
 }
 
 }  // namespace lm2::settings

@@ -1,16 +1,16 @@
 #pragma once
 // Configuration of the card-id layer (token = access card, account found by an LDAP search) under
 // HKLM\SOFTWARE\Corvana\Lumenar2\CredentialProvider\AbstractionLayer\Kaldera. Read in one go when
-// the layer needs it (load()); defaults are listed in docs/settings.md.
+// the layer needs it (load()); defaults come from the settings catalogue.
 
 #include <windows.h>
 
 #include <string>
 
+#include "settings/SettingsCatalogue.h"
+
 namespace lm2::settings {
 
-inline constexpr wchar_t kKalderaKeyPath[] =
-    L"SOFTWARE\\Corvana\\Lumenar2\\CredentialProvider\\AbstractionLayer\\Kaldera";
 // How the connection to the directory is protected (LdapUseSSL).
 enum class LdapTls : DWORD {
   kNone = 0,

@@ -11,13 +11,11 @@ namespace {
 
 SettingsKey providerKey() { return SettingsKey(kProviderKeyPath); }
 
-bool switchOn(const wchar_t* name, DWORD defaultValue) {
-  return providerKey().readNumberOr(name, defaultValue) != 0;
-}
+bool switchOn(SettingId id) { return providerKey().readNumberOr(id) != 0; }
 
 }  // namespace
 
-std::wstring logSettingsPath() { return providerKey().readString(L"LogSettingsPath", L""); }
+std::wstring logSettingsPath() { return providerKey().readString(SettingId::kLogSettingsPath); }
 
 DWORD effectiveReenumerateDelay(DWORD configured, bool exactlyWindows7) noexcept {
   if (exactlyWindows7) return configured;
@@ -25,32 +23,32 @@ DWORD effectiveReenumerateDelay(DWORD configured, bool exactlyWindows7) noexcept
 }
 
 DWORD reenumerateDelay() {
-  const DWORD configured = providerKey().readNumberOr(L"ReenumerateDelay", kDefaultReenumerateDelay);
+  const DWORD configured = providerKey().readNumberOr(SettingId::kReenumerateDelay);
   return effectiveReenumerateDelay(configured, isExactlyWindows7());
 }
 
 std::wstring abstractionLayer() {
   std::wstring value;
-  const ExtendedResult read = providerKey().tryReadString(L"AbstractionLayer", value);
+  const ExtendedResult read = providerKey().tryReadString(setting(SettingId::kAbstractionLayer).name, value);
   // Memory running out is no answer: the layer chosen from a default stays for the whole process,
   // also where another one is configured.
   if (read == result::allocationFailure()) throw std::bad_alloc();
-  return result::failed(read) ? std::wstring(kDefaultAbstractionLayer) : value;
+  return result::failed(read) ? std::wstring(setting(SettingId::kAbstractionLayer).textDefault) : value;
 }
 
 std::vector<std::wstring> providerFilter(CREDENTIAL_PROVIDER_USAGE_SCENARIO scenario) {
-  const wchar_t* name = nullptr;
+  SettingId list;
   switch (scenario) {
-    case CPUS_LOGON: name = L"FilterLogon"; break;
-    case CPUS_UNLOCK_WORKSTATION: name = L"FilterUnlockWorkstation"; break;
-    case CPUS_CHANGE_PASSWORD: name = L"FilterChangePassword"; break;
-    case CPUS_CREDUI: name = L"FilterCredUi"; break;
+    case CPUS_LOGON: list = SettingId::kFilterLogon; break;
+    case CPUS_UNLOCK_WORKSTATION: list = SettingId::kFilterUnlockWorkstation; break;
+    case CPUS_CHANGE_PASSWORD: list = SettingId::kFilterChangePassword; break;
+    case CPUS_CREDUI: list = SettingId::kFilterCredUi; break;
     default: return {};
   }
   // An entry may hold several class ids separated by ";" or blanks: that is how the installer's
   // properties and a person typing into one line pass them. A class id holds neither.
   std::vector<std::wstring> classIds;
-  for (const std::wstring& entry : providerKey().readList(name)) {
+  for (const std::wstring& entry : providerKey().readList(list)) {
     std::size_t at = 0;
     while (at < entry.size()) {
       const std::size_t end = std::min(entry.find_first_of(L"; \t", at), entry.size());
@@ -61,32 +59,32 @@ std::vector<std::wstring> providerFilter(CREDENTIAL_PROVIDER_USAGE_SCENARIO scen
   return classIds;
 }
 
-bool enableExperimentalCredUI() { return switchOn(L"EnableExperimentalCredUI", 1); }
+bool enableExperimentalCredUI() { return switchOn(SettingId::kEnableExperimentalCredUI); }
 
-bool disableSetSerializationImplementation() {
-  return switchOn(L"DisableSetSerializationImplementation", 0);
+bool disableSetSerializationImplementation() { return switchOn(SettingId::kDisableSetSerializationImplementation); }
+
+std::wstring coreSet() { return providerKey().readString(SettingId::kCoreSet); }
+
+std::wstring tileImage() { return providerKey().readString(SettingId::kTileImage); }
+
+std::vector<std::wstring> domainBlackListLogon() { return providerKey().readList(SettingId::kDomainBlackListLogon); }
+
+std::vector<std::wstring> domainBlackList() { return providerKey().readList(SettingId::kDomainBlackList); }
+
+DWORD changePasswordWithTokenFlags() {
+  return providerKey().readNumberOr(SettingId::kChangePasswordWithTokenFlags);
 }
 
-std::wstring coreSet() { return providerKey().readString(L"CoreSet", L""); }
+bool disableTokenInitialization() { return switchOn(SettingId::kDisableTokenInitialization); }
 
-std::wstring tileImage() { return providerKey().readString(L"TileImage", L""); }
+bool disallowAddingCredentials() { return switchOn(SettingId::kDisallowAddingCredentials); }
 
-std::vector<std::wstring> domainBlackListLogon() { return providerKey().readList(L"DomainBlackList_Logon"); }
-
-std::vector<std::wstring> domainBlackList() { return providerKey().readList(L"DomainBlackList"); }
-
-DWORD changePasswordWithTokenFlags() { return providerKey().readNumberOr(L"ChangePasswordWithTokenFlags", 0); }
-
-bool disableTokenInitialization() { return switchOn(L"DisableTokenInitialization", 0); }
-
-bool disallowAddingCredentials() { return switchOn(L"DisallowAddingCredentials", 0); }
-
-bool tokenInitializationDisallowNullPIN() { return switchOn(L"TokenInitializationDisallowNullPIN", 0); }
+bool tokenInitializationDisallowNullPIN() { return switchOn(SettingId::kTokenInitializationDisallowNullPIN); }
 
 std::wstring tokenInitializationDefaultLabel() {
-  return providerKey().readString(L"TokenInitializationDefaultLabel", L"");
+  return providerKey().readString(SettingId::kTokenInitializationDefaultLabel);
 }
 
-bool enableAlternativeAuthenticationPath() { return switchOn(L"EnableAlternativeAuthenticationPath", 0); }
+bool enableAlternativeAuthenticationPath() { return switchOn(SettingId::kEnableAlternativeAuthenticationPath); }
 
 }  // namespace lm2::settings

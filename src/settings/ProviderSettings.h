@@ -1,7 +1,7 @@
 #pragma once
 // The provider's configuration under HKLM\SOFTWARE\Corvana\Lumenar2\CredentialProvider. Each
 // function reads its value now (no process-wide cache: administrators may change values between
-// logon screens) and falls back to the built-in default when the value is absent, of another type
+// logon screens) and falls back to the catalogue's default when the value is absent, of another type
 // or unreadable. docs/settings.md lists the values for administrators.
 
 #include <windows.h>
@@ -10,13 +10,9 @@
 #include <vector>
 
 #include "platform/CredentialProviderApi.h"
+#include "settings/SettingsCatalogue.h"
 
 namespace lm2::settings {
-
-inline constexpr wchar_t kProviderKeyPath[] = L"SOFTWARE\\Corvana\\Lumenar2\\CredentialProvider";
-
-inline constexpr DWORD kDefaultReenumerateDelay = 1000;
-inline constexpr wchar_t kDefaultAbstractionLayer[] = L"Default";
 
 // Path of the trace configuration (log4cpp properties file); empty: no trace.
 std::wstring logSettingsPath();

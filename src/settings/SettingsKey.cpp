@@ -85,6 +85,18 @@ DWORD SettingsKey::readNumberOr(const wchar_t* name, DWORD defaultValue) const {
   return result::failed(readNumber(name, value)) ? defaultValue : value;
 }
 
+std::wstring SettingsKey::readString(SettingId id) const {
+  const Setting& s = setting(id);
+  return readString(s.name, s.textDefault);
+}
+
+DWORD SettingsKey::readNumberOr(SettingId id) const {
+  const Setting& s = setting(id);
+  return readNumberOr(s.name, s.numberDefault);
+}
+
+std::vector<std::wstring> SettingsKey::readList(SettingId id) const { return readList(setting(id).name); }
+
 std::vector<std::wstring> SettingsKey::readList(const wchar_t* name) const {
   std::vector<std::wstring> list;
   SecureBuffer data;

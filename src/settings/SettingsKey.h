@@ -10,6 +10,7 @@
 
 #include "common/SecureBuffer.h"
 #include "logging/ExtendedResult.h"
+#include "settings/SettingsCatalogue.h"
 
 namespace lm2::settings {
 
@@ -36,6 +37,11 @@ class SettingsKey {
 
   // The strings of a REG_MULTI_SZ in order; empty when the value cannot be read.
   std::vector<std::wstring> readList(const wchar_t* name) const;
+
+  // A value of the catalogue by its name, with the catalogue's default.
+  std::wstring readString(SettingId id) const;
+  DWORD readNumberOr(SettingId id) const;
+  std::vector<std::wstring> readList(SettingId id) const;
 
   // "path\name" for each subkey, in the registry's order; stops at the first error.
   std::vector<std::wstring> enumerateSubkeys() const;
