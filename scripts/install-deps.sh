@@ -15,6 +15,7 @@ packages=(
   locales                               # de_DE.UTF-8 for the German runs
   slapd ldap-utils                      # the throw-away LDAP directory of the card-id tests
   wixl msitools                         # the administrator's package (installer/) and its checks
+  libxml2-dev                           # reading the Group Policy templates (policy/) in their test
 )
 
 missing=()

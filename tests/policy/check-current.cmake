@@ -1,0 +1,30 @@
+# Writes the templates from the catalogue into FRESH and compares them, file by file, with the
+# committed ones in COMMITTED; a file in only one of the two counts as a difference.
+file(REMOVE_RECURSE ${FRESH})
+execute_process(COMMAND ${GENERATOR} ${FRESH} RESULT_VARIABLE written)
+if(NOT written EQUAL 0)
+  message(FATAL_ERROR "the template generator failed (${written})")
+endif()
+
+file(GLOB_RECURSE fresh RELATIVE ${FRESH} ${FRESH}/*)
+file(GLOB_RECURSE committed RELATIVE ${COMMITTED} ${COMMITTED}/*)
+set(names ${fresh} ${committed})
+list(REMOVE_DUPLICATES names)
+set(stale "")
+foreach(name IN LISTS names)
+  if(NOT EXISTS ${FRESH}/${name} OR NOT EXISTS ${COMMITTED}/${name})
+    list(APPEND stale ${name})
+    continue()
+  endif()
+  execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${FRESH}/${name} ${COMMITTED}/${name}
+    RESULT_VARIABLE different)
+  if(different)
+    execute_process(COMMAND diff -u ${COMMITTED}/${name} ${FRESH}/${name})
+    list(APPEND stale ${name})
+  endif()
+endforeach()
+if(stale)
+  message(FATAL_ERROR "policy/ is older than the settings catalogue (${stale}); "
+    "write it anew with: cmake --build --preset native --target policy-templates")
+endif()
+message(STATUS "policy/ is what the catalogue gives")
