@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "platform/UniqueResource.h"
+
 namespace lm2::host {
 
 DWORD TileView::focus() const {
@@ -15,6 +17,9 @@ DWORD TileView::focus() const {
 
 namespace {
 std::wstring textOr(LPCWSTR text) { return text ? std::wstring(text) : std::wstring(L"(null)"); }
+
+using UniqueMemoryDc = UniqueResource<NullableTraits<HDC, &::DeleteDC>>;
+using UniqueBitmap = UniqueResource<NullableTraits<HBITMAP, &::DeleteObject>>;
 
 // The bitmap as a .bmp file: 32 bits per pixel, rows top-down, as GetDIBits gives them.
 std::string bmpFileOf(HBITMAP bitmap) {
@@ -36,10 +41,9 @@ std::string bmpFileOf(HBITMAP bitmap) {
   header.bfOffBits = sizeof header + sizeof info.bmiHeader;
   header.bfSize = static_cast<DWORD>(header.bfOffBits + pixels);
   std::string file(header.bfSize, '\0');
-  HDC screen = ::CreateCompatibleDC(nullptr);
-  const int rows = ::GetDIBits(screen, bitmap, 0, static_cast<UINT>(shape.bmHeight), &file[header.bfOffBits], &info,
-                               DIB_RGB_COLORS);
-  ::DeleteDC(screen);
+  const UniqueMemoryDc screen(::CreateCompatibleDC(nullptr));
+  const int rows = ::GetDIBits(screen.get(), bitmap, 0, static_cast<UINT>(shape.bmHeight), &file[header.bfOffBits],
+                               &info, DIB_RGB_COLORS);
   if (rows != shape.bmHeight) return {};
   std::memcpy(&file[0], &header, sizeof header);
   std::memcpy(&file[sizeof header], &info.bmiHeader, sizeof info.bmiHeader);
@@ -103,11 +107,8 @@ TileView RecordingCredentialEvents::read(ICredentialProviderCredential* tile,
         tile->GetSubmitButtonValue(field, &view.submitNeighbour);
         break;
       case CPFT_TILE_IMAGE: {
-        HBITMAP bitmap = nullptr;
-        if (SUCCEEDED(tile->GetBitmapValue(field, &bitmap)) && bitmap) {
-          view.image = bmpFileOf(bitmap);
-          ::DeleteObject(bitmap);
-        }
+        UniqueBitmap bitmap;
+        if (SUCCEEDED(tile->GetBitmapValue(field, bitmap.put())) && bitmap) view.image = bmpFileOf(bitmap.get());
         break;
       }
       default: {
