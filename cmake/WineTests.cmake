@@ -18,12 +18,12 @@ if(LM2_UNDER_WINE)
   add_test(NAME wine.prefix.stop COMMAND ${LM2_WINE_SCRIPT} stop ${LM2_WINEPREFIX})
   set_tests_properties(wine.prefix.stop PROPERTIES FIXTURES_CLEANUP wine)
 
-  # A further prefix with its own server, registry files and desktop anchor in its home
-  # build/<preset>/NAME: fixture NAME, tests wine.NAME.start and wine.NAME.stop.
-  macro(lm2_wine_prefix_fixture name)
-    add_test(NAME wine.${name}.start COMMAND ${LM2_WINE_SCRIPT} start ${CMAKE_BINARY_DIR}/${name}/prefix)
+  # A further prefix PREFIX with its own server (its home beside it holds its registry files and
+  # desktop anchor): fixture NAME, tests wine.NAME.start and wine.NAME.stop.
+  macro(lm2_wine_prefix_fixture name prefix)
+    add_test(NAME wine.${name}.start COMMAND ${LM2_WINE_SCRIPT} start ${prefix})
     set_tests_properties(wine.${name}.start PROPERTIES FIXTURES_SETUP ${name})
-    add_test(NAME wine.${name}.stop COMMAND ${LM2_WINE_SCRIPT} stop ${CMAKE_BINARY_DIR}/${name}/prefix)
+    add_test(NAME wine.${name}.stop COMMAND ${LM2_WINE_SCRIPT} stop ${prefix})
     set_tests_properties(wine.${name}.stop PROPERTIES FIXTURES_CLEANUP ${name})
   endmacro()
 
@@ -32,13 +32,13 @@ if(LM2_UNDER_WINE)
   # state of the first prefix run one at a time beside them.
   set(LM2_FLOWS_WINE_HOME ${CMAKE_BINARY_DIR}/wine-flows)
   set(LM2_FLOWS_WINEPREFIX ${LM2_FLOWS_WINE_HOME}/prefix)
-  lm2_wine_prefix_fixture(wine-flows)
+  lm2_wine_prefix_fixture(wine-flows ${LM2_FLOWS_WINEPREFIX})
 
   # The package tests install, upgrade and remove the product in a prefix of their own (fixture
   # "wine-installer"), so that nothing they leave or remove touches the other tests.
   set(LM2_INSTALLER_WINE_HOME ${CMAKE_BINARY_DIR}/wine-installer)
   set(LM2_INSTALLER_WINEPREFIX ${LM2_INSTALLER_WINE_HOME}/prefix)
-  lm2_wine_prefix_fixture(wine-installer)
+  lm2_wine_prefix_fixture(wine-installer ${LM2_INSTALLER_WINEPREFIX})
 endif()
 
 # lm2_add_wine_gtest(NAME SOURCES … [LIBRARIES …] [WINDOWS_VERSIONS vista win7 win81 win10 …]

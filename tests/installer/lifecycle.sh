@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The package's life on a machine, with Wine's msiexec in a prefix of its own:
 #
-#   lifecycle.sh BIN_DIR PACKAGE.msi VERSION PREFIX
+#   lifecycle.sh BIN_DIR PACKAGE.msi SHIPPED_DLL VERSION PREFIX
 #
 # 1. install silently with properties: the DLL in System32, the registration, the given settings
 #    with their types, nothing for properties not given;
@@ -14,7 +14,8 @@
 # 4. uninstall: the file, the registration and every value the package wrote are gone, the value
 #    an administrator wrote by other means is still there.
 set -uo pipefail
-bin=$(realpath "${1:?BIN_DIR}") msi=$(realpath "${2:?PACKAGE}") version=${3:?VERSION} prefix=${4:?PREFIX}
+bin=$(realpath "${1:?BIN_DIR}") msi=$(realpath "${2:?PACKAGE}") shipped=$(realpath "${3:?SHIPPED_DLL}")
+version=${4:?VERSION} prefix=${5:?PREFIX}
 here=$(cd "$(dirname "$0")" && pwd)
 installer=$here/../../installer
 wine_run=("$here/../../scripts/wine-prefix.sh" run "$prefix")
@@ -71,7 +72,7 @@ rc=$(msiexec install.log /i "$(windows_path "$msi")" "LOGSETTINGSPATH=C:\\Progra
   ENABLEEXPERIMENTALCREDUI=0 LDAPUSESSL=2)
 echo "lifecycle: install took $(($(milliseconds) - start)) ms"
 [ "$rc" = 0 ] || fail "install exited with $rc"
-cmp -s "$system32/LM2CredentialProvider.dll" "$(dirname "$msi")/package/LM2CredentialProvider.dll" ||
+cmp -s "$system32/LM2CredentialProvider.dll" "$shipped" ||
   fail "System32 does not hold the packed DLL"
 [ -e "$prefix/drive_c/windows/syswow64/LM2CredentialProvider.dll" ] && fail "the DLL went to SysWOW64"
 expect_value "HKLM\\SOFTWARE\\Classes\\CLSID\\$clsid\\InprocServer32" '(Default)' REG_SZ LM2CredentialProvider.dll
