@@ -118,12 +118,7 @@ TraceRecord recordNow() {
 }
 
 // The fixed layout, for appenders without a usable PatternLayout.
-std::string fixedLayout(const TraceRecord& record) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d ", record.year, record.month, record.day,
-                record.hour, record.minute, record.second, record.millisecond);
-  return text + record.priority + " " + record.category + " - " + record.message + "\r\n";
-}
+const TracePattern kFixedLayout = *TracePattern::parse("%d{%Y-%m-%d %H:%M:%S.%l} %p %c - %m%n");
 
 }  // namespace
 
@@ -221,7 +216,7 @@ void DebugOutputCategory::writeText(int priority, const char* text) {
     const auto appender = configuration->properties.fileAppenders.find(name);
     if (appender == configuration->properties.fileAppenders.end()) continue;
     const auto& pattern = appender->second.pattern;
-    const std::string line = pattern ? pattern->format(record, "\r\n") : fixedLayout(record);
+    const std::string line = (pattern ? *pattern : kFixedLayout).format(record, "\r\n");
     if (const auto sink = configuration->sinks.find(name); sink != configuration->sinks.end()) {
       sink->second->write(line);
     } else if (const auto rolling = configuration->rollingSinks.find(name);
