@@ -132,6 +132,14 @@ std::string differences(const std::set<std::string>& found, const std::set<std::
          (extra.empty() ? std::string(" nothing") : extra);
 }
 
+// The id in a policy's presentation="$(presentation.ID)"; nothing for a policy without one.
+std::optional<std::string> presentationId(const xmlNode* policy) {
+  const std::optional<std::string> reference = attribute(policy, "presentation");
+  const std::string prefix = "$(presentation.";
+  if (!reference || reference->size() <= prefix.size()) return std::nullopt;
+  return reference->substr(prefix.size(), reference->size() - prefix.size() - 1);
+}
+
 struct Resources {
   std::map<std::string, std::string> strings;
   std::map<std::string, const xmlNode*> presentations;
@@ -140,7 +148,9 @@ struct Resources {
 Resources resourcesOf(const xmlDoc* adml) {
   Resources r;
   const xmlNode* resources = child(xmlDocGetRootElement(adml), "resources");
-  for (const xmlNode* s : children(child(resources, "stringTable"), "string")) r.strings[*attribute(s, "id")] = textOf(s);
+  for (const xmlNode* s : children(child(resources, "stringTable"), "string")) {
+    r.strings[*attribute(s, "id")] = textOf(s);
+  }
   for (const xmlNode* p : children(child(resources, "presentationTable"), "presentation")) {
     r.presentations[*attribute(p, "id")] = p;
   }
@@ -200,17 +210,18 @@ TEST(PolicyTemplatesTest, EveryReferenceResolvesInBothLanguagesWhichCarryTheSame
 
     // A presentation shows the elements of the policy that names it, each once.
     for (const xmlNode* policy : policies(admx.get())) {
-      const std::optional<std::string> presentation = attribute(policy, "presentation");
+      const std::optional<std::string> presentation = presentationId(policy);
       std::set<std::string> elementIds, refIds;
       for (const xmlNode* element : children(child(policy, "elements"))) elementIds.insert(*attribute(element, "id"));
       if (!presentation) {
         EXPECT_TRUE(elementIds.empty()) << *attribute(policy, "name") << " has elements but nothing shows them";
         continue;
       }
-      const std::string id = presentation->substr(15, presentation->size() - 16);
+      const std::string& id = *presentation;
       if (r.presentations.count(id) == 0) continue;
       for (const xmlNode* control : children(r.presentations[id])) refIds.insert(*attribute(control, "refId"));
-      EXPECT_TRUE(refIds == elementIds) << culture << ", presentation " << id << ": " << differences(refIds, elementIds);
+      EXPECT_TRUE(refIds == elementIds)
+          << culture << ", presentation " << id << ": " << differences(refIds, elementIds);
     }
     languages[culture] = std::move(r);
   }
@@ -248,9 +259,8 @@ TEST(PolicyTemplatesTest, EveryPolicyWritesTheValueTheProviderReadsWithItsTypeRa
     std::string type;
     const std::string kind = element != nullptr ? reinterpret_cast<const char*>(element->name) : "switch";
     const xmlNode* control = nullptr;
-    if (attribute(policy, "presentation")) {
-      const std::string ref = attribute(policy, "presentation")->substr(15);
-      control = children(shown.presentations.at(ref.substr(0, ref.size() - 1))).front();
+    if (const std::optional<std::string> id = presentationId(policy)) {
+      control = children(shown.presentations.at(*id)).front();
     }
     if (kind == "switch") {
       type = child(child(policy, "enabledValue"), "decimal") != nullptr ? "REG_DWORD" : "REG_SZ";
@@ -344,7 +354,9 @@ TEST(PolicyTemplatesTest, TheAdministratorsGuideListsEveryValueUnderItsKeyWithTy
     }
     rows.erase(name);
   }
-  for (const auto& [name, r] : rows) ADD_FAILURE() << "docs/settings.md lists " << name << ", which the provider does not read";
+  for (const auto& [name, r] : rows) {
+    ADD_FAILURE() << "docs/settings.md lists " << name << ", which the provider does not read";
+  }
 }
 
 }  // namespace

@@ -214,7 +214,8 @@ std::string PolicyTemplateWriter::admx() {
          "  <supportedOn>\n    <definitions>\n";
   out += "      <definition name=\"" + std::string(kSupportedOn) + "\" displayName=\"$(string." + kSupportedOn +
          ")\"/>\n    </definitions>\n  </supportedOn>\n  <categories>\n";
-  out += "    <category name=\"" + std::string(kRootCategory) + "\" displayName=\"$(string." + kRootCategory + ")\"/>\n";
+  out += "    <category name=\"" + std::string(kRootCategory) + "\" displayName=\"$(string." + kRootCategory +
+         ")\"/>\n";
   for (const Area& a : kAreas) {
     out += "    <category name=\"" + std::string(a.name) + "\" displayName=\"$(string.Category_" + a.name +
            ")\">\n      <parentCategory ref=\"" + kRootCategory + "\"/>\n    </category>\n";
