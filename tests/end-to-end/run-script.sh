@@ -31,6 +31,8 @@ wine_run=("$here/../../scripts/wine-prefix.sh" run "$prefix")
 # settings there).
 "${wine_run[@]}" reg delete \
   'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Authentication\Credential Providers' /f >/dev/null 2>&1
+"${wine_run[@]}" reg delete \
+  'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Authentication\Credential Provider Filters' /f >/dev/null 2>&1
 "${wine_run[@]}" reg delete 'HKLM\SOFTWARE\Corvana\Lumenar2' /f >/dev/null 2>&1
 "${wine_run[@]}" "$bin/engine_install.exe" "$bin/engine-variants/VestaAccessLibrary.signed.dll" \
   "$bin/engine-variants/test-root.cer" 2>/dev/null || { echo "engine install failed"; exit 1; }

@@ -56,6 +56,7 @@ for row in \
   $'2\tSOFTWARE\\Classes\\CLSID\\'"$clsid"$'\\InprocServer32\t\tLM2CredentialProvider.dll\tComClass' \
   $'2\tSOFTWARE\\Classes\\CLSID\\'"$clsid"$'\\InprocServer32\tThreadingModel\tApartment\tComClass' \
   $'2\tSOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\Credential Providers\\'"$clsid"$'\t\tLM2CredentialProvider\tCredentialProvider' \
+  $'2\tSOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\Credential Provider Filters\\'"$clsid"$'\t\tLM2CredentialProvider\tCredentialProviderFilter' \
   $'2\tSOFTWARE\\Corvana\\Lumenar2\\CredentialProvider\tLogSettingsPath\t[LOGSETTINGSPATH]\tSetting.LOGSETTINGSPATH' \
   $'2\tSOFTWARE\\Corvana\\Lumenar2\\CredentialProvider\tAbstractionLayer\t[ABSTRACTIONLAYER]\tSetting.ABSTRACTIONLAYER' \
   $'2\tSOFTWARE\\Corvana\\Lumenar2\\CredentialProvider\tCoreSet\t[CORESET]\tSetting.CORESET' \
@@ -65,12 +66,14 @@ for row in \
   $'2\tSOFTWARE\\Corvana\\Lumenar2\\CredentialProvider\\AbstractionLayer\\Kaldera\tLdapUseSSL\t#[LDAPUSESSL]\tSetting.LDAPUSESSL'; do
   printf '%s\n' "$rows" | grep -qxF -- "$row" || fail "no registry row $(printf '%s' "$row" | tr '\t' '|')"
 done
-# Everything the package writes lies under the product's keys, the COM class or the provider list.
+# Everything the package writes lies under the product's keys, the COM class, the provider list or
+# the filter list.
 while IFS=$'\t' read -r root key _; do
   [ "$root" = 2 ] || fail "a registry row outside HKLM: $key"
   case $key in
     'SOFTWARE\Corvana\Lumenar2\'* | "SOFTWARE\\Classes\\CLSID\\$clsid"* | \
-      "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\Credential Providers\\$clsid") ;;
+      "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\Credential Providers\\$clsid" | \
+      "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\Credential Provider Filters\\$clsid") ;;
     *) fail "a registry row outside the product's keys: $key" ;;
   esac
 done <<<"$rows"

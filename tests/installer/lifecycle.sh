@@ -52,10 +52,14 @@ kaldera="$settings\\AbstractionLayer\\Kaldera"
 clsid='{6F3C2A91-5D7E-4B08-9C14-2E8A7D5B3F60}'
 system32=$prefix/drive_c/windows/system32
 password_provider='{60b78e88-ead8-445c-9cfd-0b87f74ea6cd}'
+second_provider='{8D0C5E33-2B7A-4F61-9E0D-7A4C1B2E9F58}'  # the test provider installed-logon.lm2 registers
+filter_list="$password_provider;{25CBB996-92ED-457E-B28C-4774084BD562};$second_provider"
+filters='HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Authentication\Credential Provider Filters'
 
 # What an earlier run left (a killed test) goes first.
 "${wine_run[@]}" reg delete 'HKLM\SOFTWARE\Corvana' /f >/dev/null 2>&1
 "${wine_run[@]}" reg delete 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Authentication\Credential Providers' /f >/dev/null 2>&1
+"${wine_run[@]}" reg delete "$filters" /f >/dev/null 2>&1
 while read -r code; do
   "${wine_run[@]}" msiexec /x "$code" /qn >/dev/null 2>&1
 done < <(reg_query 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall' /s |
@@ -68,7 +72,7 @@ rm -f "$system32/LM2CredentialProvider.dll"
 echo "lifecycle: 1. install $(basename "$msi")"
 start=$(milliseconds)
 rc=$(msiexec install.log /i "$(windows_path "$msi")" "LOGSETTINGSPATH=C:\\Program Files\\Lumenar2\\trace.properties" \
-  ABSTRACTIONLAYER=Default "FILTERLOGON=$password_provider;{25CBB996-92ED-457E-B28C-4774084BD562}" \
+  ABSTRACTIONLAYER=Default "FILTERLOGON=$filter_list" \
   ENABLEEXPERIMENTALCREDUI=0 LDAPUSESSL=2)
 echo "lifecycle: install took $(($(milliseconds) - start)) ms"
 [ "$rc" = 0 ] || fail "install exited with $rc"
@@ -79,10 +83,12 @@ expect_value "HKLM\\SOFTWARE\\Classes\\CLSID\\$clsid\\InprocServer32" '(Default)
 expect_value "HKLM\\SOFTWARE\\Classes\\CLSID\\$clsid\\InprocServer32" ThreadingModel REG_SZ Apartment
 expect_value "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\Credential Providers\\$clsid" \
   '(Default)' REG_SZ LM2CredentialProvider
+# LogonUI asks only classes registered as filters to filter.
+expect_value "$filters\\$clsid" '(Default)' REG_SZ LM2CredentialProvider
 reg_query 'HKLM\SOFTWARE\Wow6432Node\Classes\CLSID' /s | grep -qF "$clsid" && fail "the class went to WOW6432Node"
 expect_value "$settings" LogSettingsPath REG_SZ 'C:\Program Files\Lumenar2\trace.properties'
 expect_value "$settings" AbstractionLayer REG_SZ Default
-expect_value "$settings" FilterLogon REG_MULTI_SZ "$password_provider;{25CBB996-92ED-457E-B28C-4774084BD562}"
+expect_value "$settings" FilterLogon REG_MULTI_SZ "$filter_list"
 expect_value "$settings" EnableExperimentalCredUI REG_DWORD 0x0
 expect_value "$kaldera" LdapUseSSL REG_DWORD 0x2
 for absent in CoreSet TileImage FilterCredUi FilterUnlockWorkstation DisableTokenInitialization; do
@@ -103,7 +109,7 @@ reg_query 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall' /s | grep -
 cmp -s "$system32/LM2CredentialProvider.dll" "$bin/end-to-end/LM2CredentialProvider.dll" ||
   fail "the upgrade did not replace the DLL"
 expect_value "$settings" LogSettingsPath REG_SZ 'C:\Program Files\Lumenar2\trace.properties'
-expect_value "$settings" FilterLogon REG_MULTI_SZ "$password_provider;{25CBB996-92ED-457E-B28C-4774084BD562}"
+expect_value "$settings" FilterLogon REG_MULTI_SZ "$filter_list"
 expect_value "$settings" EnableExperimentalCredUI REG_DWORD 0x0
 expect_value "$kaldera" LdapUseSSL REG_DWORD 0x2
 expect_no_value "$settings" CoreSet
@@ -114,7 +120,7 @@ echo "lifecycle: logon through the installed provider"
 "${wine_run[@]}" "$bin/session_service_double.exe" --install >/dev/null 2>&1 || fail "service install failed"
 # The host runs from a folder of its own: beside it in bin/ lies a DLL of the same name, which
 # Windows' search order would load before the one in System32.
-cp "$bin/logon-host.exe" "$bin/session_service_double.exe" "$work/"
+cp "$bin/logon-host.exe" "$bin/session_service_double.exe" "$bin/second_provider.dll" "$work/"
 "${wine_run[@]}" "$work/logon-host.exe" --script "$here/installed-logon.lm2" >"$work/logon.txt" 2>/dev/null
 rc=$?
 "${wine_run[@]}" "$bin/session_service_double.exe" --remove >/dev/null 2>&1
@@ -122,6 +128,8 @@ tr -d '\r' <"$work/logon.txt"
 [ "$rc" = 0 ] || fail "the logon through the installed provider failed ($rc)"
 grep -q "provider LM2CredentialProvider $clsid loaded" "$work/logon.txt" ||
   fail "the host did not load the registered provider"
+grep -q "provider Second provider $second_provider hidden by the filter of LM2CredentialProvider" "$work/logon.txt" ||
+  fail "the installed filter did not hide the provider its list names"
 
 echo "lifecycle: 3. the older version is refused"
 rc=$(msiexec downgrade.log /i "$(windows_path "$msi")")
@@ -143,6 +151,7 @@ echo "lifecycle: uninstall took $(($(milliseconds) - start)) ms"
 [ -e "$system32/LM2CredentialProvider.dll" ] && fail "the DLL is still in System32"
 expect_no_key "HKLM\\SOFTWARE\\Classes\\CLSID\\$clsid"
 expect_no_key "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\Credential Providers\\$clsid"
+expect_no_key "$filters\\$clsid"
 expect_no_key 'HKLM\SOFTWARE\Corvana\Lumenar2\Installer'
 for gone in LogSettingsPath AbstractionLayer FilterLogon EnableExperimentalCredUI; do expect_no_value "$settings" "$gone"; done
 expect_no_value "$kaldera" LdapUseSSL

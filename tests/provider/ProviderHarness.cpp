@@ -24,16 +24,26 @@ ProviderHarness::~ProviderHarness() {
   ::DeleteFileW(m_properties.c_str());
 }
 
-ComPtr<ICredentialProvider> ProviderHarness::createProvider() const {
+void ProviderHarness::create(REFIID iid, void** object) const {
   using GetClassObject = HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**);
   auto getClassObject =
       reinterpret_cast<GetClassObject>(reinterpret_cast<void*>(::GetProcAddress(m_module, "DllGetClassObject")));
   ComPtr<IClassFactory> factory;
-  ComPtr<ICredentialProvider> provider;
   if (getClassObject && SUCCEEDED(getClassObject(kProviderClsid, IID_IClassFactory, factory.putVoid()))) {
-    factory->CreateInstance(nullptr, IID_ICredentialProvider, provider.putVoid());
+    factory->CreateInstance(nullptr, iid, object);
   }
+}
+
+ComPtr<ICredentialProvider> ProviderHarness::createProvider() const {
+  ComPtr<ICredentialProvider> provider;
+  create(IID_ICredentialProvider, provider.putVoid());
   return provider;
+}
+
+ComPtr<ICredentialProviderFilter> ProviderHarness::createFilter() const {
+  ComPtr<ICredentialProviderFilter> filter;
+  create(IID_ICredentialProviderFilter, filter.putVoid());
+  return filter;
 }
 
 void ProviderHarness::describeTokens(const std::string& json) { m_tokens.describe(json); }

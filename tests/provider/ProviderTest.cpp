@@ -8,6 +8,7 @@
 #include "DebugOutputCapture.h"
 #include "EngineVariants.h"
 #include "Eventually.h"
+#include "ProcessCounters.h"
 #include "ProviderHarness.h"
 #include "ProviderSession.h"
 #include "ProviderUser.h"
@@ -15,6 +16,7 @@
 #include "TestRegistry.h"
 #include "platform/ComPtr.h"
 #include "platform/ModuleResources.h"
+#include "provider/ProviderGuids.h"
 #include "settings/ProviderSettings.h"
 #include "EngineControl.h"
 
@@ -132,6 +134,25 @@ TEST_F(ProviderTest, FilterHidesTheListedProvidersOnly) {
   EXPECT_TRUE(allow[1]);
   EXPECT_TRUE(trace.contains("failed to convert not-a-clsid to CLSID"));
   EXPECT_EQ(filter->Filter(CPUS_PLAP, 0, providers, allow, 2), E_INVALIDARG);
+}
+
+// LogonUI makes each registered filter as an object of its own, before and without any provider,
+// asks it once and lets it go: it must start no engine and leave no thread behind.
+TEST_F(ProviderTest, AFilterMadeAloneStartsNoEngineAndLeavesNothingBehind) {
+  const int threads = test::threadsOfThisProcess();
+  test::setList(settings::kProviderKeyPath, L"FilterLogon", {L"{60B78E88-EAD8-445C-9CFD-0B87F74EA6CD}"});
+  ComPtr<ICredentialProviderFilter> filter = harness.createFilter();
+  ASSERT_TRUE(filter);
+  GUID providers[2] = {{0x60b78e88, 0xead8, 0x445c, {0x9c, 0xfd, 0x0b, 0x87, 0xf7, 0x4e, 0xa6, 0xcd}}, kProviderClsid};
+  BOOL allow[2] = {TRUE, TRUE};
+  EXPECT_EQ(filter->Filter(CPUS_LOGON, 0, providers, allow, 2), S_OK);
+  EXPECT_FALSE(allow[0]);
+  EXPECT_TRUE(allow[1]);
+  filter.reset();
+  EXPECT_EQ(::GetModuleHandleW(L"VestaAccessLibrary.dll"), nullptr) << "the token engine was loaded";
+  EXPECT_TRUE(test::eventuallyTrue([&] { return test::threadsOfThisProcess() <= threads; }))
+      << test::threadsOfThisProcess() << " threads, " << threads << " before";
+  EXPECT_EQ(harness.canUnloadNow(), S_OK);
 }
 
 TEST_F(ProviderTest, TokensPresentAtTheStartAndASecondTokenGetTilesOfTheirOwn) {

@@ -245,7 +245,7 @@ int run(bool cards) {
 
   LogonScreen screen;
   std::wstring error;
-  if (!screen.start({entry}, ScreenOptions{}, error)) {
+  if (!screen.start({entry}, {}, ScreenOptions{}, error)) {
     std::printf("benchmark: the provider did not start: %s\n", toUtf8(error).c_str());
     return 1;
   }

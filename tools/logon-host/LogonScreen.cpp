@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "HostOutput.h"
+#include "ProviderFilterQuestion.h"
 #include "ProviderUser.h"
 #include "ProviderUserArray.h"
 #include "platform/UniqueResource.h"
@@ -86,8 +87,8 @@ ComPtr<ICredentialProviderUserArray> LogonScreen::usersFor(const ScreenOptions& 
   return ComPtr<ICredentialProviderUserArray>::adopt(new ProviderUserArray(users));
 }
 
-bool LogonScreen::start(const std::vector<ProviderEntry>& entries, const ScreenOptions& options,
-                        std::wstring& error) {
+bool LogonScreen::start(const std::vector<ProviderEntry>& entries, const std::vector<ProviderEntry>& filters,
+                        const ScreenOptions& options, std::wstring& error) {
   if (m_started) {
     error = L"the screen is already started";
     return false;
@@ -96,42 +97,52 @@ bool LogonScreen::start(const std::vector<ProviderEntry>& entries, const ScreenO
   for (const ProviderEntry& entry : entries) {
     auto provider = std::make_unique<Provider>();
     provider->entry = entry;
-    std::wstring loadError;
-    if (!provider->loaded.load(entry, loadError)) {
-      printLine(L"provider " + entry.name + L" not loaded: " + loadError);
-      continue;
-    }
     m_providers.push_back(std::move(provider));
   }
-  if (m_providers.empty()) {
+
+  // LogonUI asks only the classes registered as filters, each an object of its own made before
+  // any provider, about every registered provider; a provider one of them refuses is never made.
+  std::vector<GUID> clsids;
+  for (const auto& provider : m_providers) clsids.push_back(provider->entry.clsid);
+  for (const ProviderEntry& filter : filters) {
+    const FilterAnswer answer = askFilter(filter, options.scenario, options.flags, clsids);
+    if (!answer.error.empty()) {
+      printLine(L"filter " + filter.name + L" not asked: " + answer.error);
+      continue;
+    }
+    printLine(L"(filter " + filter.name + L" answered " + hex(answer.result) +
+              (answer.unload == S_OK ? L")" : L"; released, DllCanUnloadNow answered " + hex(answer.unload) + L")"));
+    if (answer.result != S_OK) continue;
+    for (std::size_t index = 0; index < answer.allow.size(); ++index) {
+      if (!answer.allow[index] && m_providers[index]->hiddenBy.empty()) m_providers[index]->hiddenBy = filter.name;
+    }
+  }
+
+  bool anyLoaded = false;
+  for (const auto& provider : m_providers) {
+    if (!provider->hiddenBy.empty()) {
+      printLine(L"provider " + provider->entry.name + L" " + provider->entry.clsidText + L" hidden by the filter of " +
+                provider->hiddenBy);
+      continue;
+    }
+    std::wstring loadError;
+    if (!provider->loaded.load(provider->entry, loadError)) {
+      printLine(L"provider " + provider->entry.name + L" not loaded: " + loadError);
+      provider->hiddenBy = L"itself";
+      continue;
+    }
+    anyLoaded = true;
+  }
+  if (!anyLoaded) {
+    m_providers.clear();
     error = L"no credential provider could be loaded";
     return false;
   }
   m_started = true;
 
-  // Every filter sees every provider, its own included; a provider one of them refuses is hidden.
-  std::vector<GUID> clsids;
-  for (const auto& provider : m_providers) clsids.push_back(provider->entry.clsid);
-  for (const auto& filterer : m_providers) {
-    ComPtr<ICredentialProviderFilter> filter;
-    if (FAILED(filterer->loaded.provider().queryTo(filter))) continue;
-    std::vector<BOOL> allow(clsids.size(), TRUE);
-    const HRESULT hr = filter->Filter(options.scenario, options.flags, clsids.data(), allow.data(),
-                                      static_cast<DWORD>(clsids.size()));
-    if (hr != S_OK) continue;
-    for (std::size_t index = 0; index < allow.size(); ++index) {
-      if (!allow[index] && m_providers[index]->hiddenBy.empty()) m_providers[index]->hiddenBy = filterer->entry.name;
-    }
-  }
-
   const ComPtr<ICredentialProviderUserArray> users = usersFor(options);
   for (const auto& provider : m_providers) {
-    if (!provider->hiddenBy.empty()) {
-      printLine(L"provider " + provider->entry.name + L" " + provider->entry.clsidText + L" hidden by the filter of " +
-                provider->hiddenBy);
-      provider->loaded.unload();
-      continue;
-    }
+    if (!provider->hiddenBy.empty()) continue;
     provider->session = std::make_unique<ProviderSession>(provider->loaded.provider(), options.scenario,
                                                           options.flags, users);
     provider->session->events().doorbell().connect(m_window, kChanged);

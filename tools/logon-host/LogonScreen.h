@@ -1,6 +1,6 @@
 #pragma once
 // The logon screen as LogonUI keeps it, on one UI thread (the thread that made the object): the
-// providers, created and filtered by each other's Filter, each driven through a ProviderSession;
+// providers the registered filters allow, each driven through a ProviderSession;
 // which tile is selected; what a person does to a tile (type, tick, choose, click, submit); the
 // result Windows reports. Provider and tile events may come on any thread: they ring the UI
 // thread's window, and the UI thread enumerates again and prints what changed.
@@ -34,7 +34,7 @@ class LogonScreen {
     ProviderEntry entry;
     LoadedProvider loaded;
     std::unique_ptr<ProviderSession> session;
-    std::wstring hiddenBy;  // the provider whose filter hid it
+    std::wstring hiddenBy;  // the filter that hid it ("itself": it could not be made or refused the scenario)
   };
 
   LogonScreen();
@@ -42,7 +42,10 @@ class LogonScreen {
   LogonScreen(const LogonScreen&) = delete;
   LogonScreen& operator=(const LogonScreen&) = delete;
 
-  bool start(const std::vector<ProviderEntry>& entries, const ScreenOptions& options, std::wstring& error);
+  // `filters`: the classes registered as credential provider filters, asked before any provider is
+  // made.
+  bool start(const std::vector<ProviderEntry>& entries, const std::vector<ProviderEntry>& filters,
+             const ScreenOptions& options, std::wstring& error);
   bool started() const { return m_started; }
   // UnAdvise, release and unload every provider.
   void end();

@@ -35,41 +35,42 @@ std::wstring registeredServer(const std::wstring& clsidText) {
   return readString(key.get(), nullptr);
 }
 
-std::vector<ProviderEntry> registeredProviders(std::vector<std::wstring>& notes) {
+namespace {
+
+// Every class registered under `listKey` (`kind` names them in the notes).
+std::vector<ProviderEntry> registeredClasses(const wchar_t* listKey, const std::wstring& kind,
+                                             std::vector<std::wstring>& notes) {
   std::vector<ProviderEntry> entries;
-  UniqueHkey providers;
-  if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kCredentialProvidersKey, 0, KEY_READ, providers.put()) != ERROR_SUCCESS) {
-    notes.push_back(L"no credential providers are registered");
-    return entries;
-  }
+  UniqueHkey list;
+  if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, listKey, 0, KEY_READ, list.put()) != ERROR_SUCCESS) return entries;
   for (DWORD index = 0;; ++index) {
     wchar_t name[256];
     DWORD length = 256;
-    if (::RegEnumKeyExW(providers.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+    if (::RegEnumKeyExW(list.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
       break;
     }
     ProviderEntry entry;
     entry.clsidText = name;
     if (FAILED(::CLSIDFromString(name, &entry.clsid))) {
-      notes.push_back(L"registered provider " + entry.clsidText + L" is not a class id: skipped");
+      notes.push_back(L"registered " + kind + L" " + entry.clsidText + L" is not a class id: skipped");
       continue;
     }
     UniqueHkey key;
-    if (::RegOpenKeyExW(providers.get(), name, 0, KEY_READ, key.put()) == ERROR_SUCCESS) {
+    if (::RegOpenKeyExW(list.get(), name, 0, KEY_READ, key.put()) == ERROR_SUCCESS) {
       entry.name = readString(key.get(), nullptr);
       DWORD disabled = 0;
       DWORD bytes = sizeof(disabled);
       if (::RegGetValueW(key.get(), nullptr, L"Disabled", RRF_RT_REG_DWORD, nullptr, &disabled, &bytes) ==
               ERROR_SUCCESS &&
           disabled == 1) {
-        notes.push_back(L"provider " + entry.clsidText + L" is disabled: skipped");
+        notes.push_back(kind + L" " + entry.clsidText + L" is disabled: skipped");
         continue;
       }
     }
     if (entry.name.empty()) entry.name = entry.clsidText;
     entry.path = registeredServer(entry.clsidText);
     if (entry.path.empty()) {
-      notes.push_back(L"provider " + entry.clsidText + L" has no InprocServer32: skipped");
+      notes.push_back(kind + L" " + entry.clsidText + L" has no InprocServer32: skipped");
       continue;
     }
     entries.push_back(std::move(entry));
@@ -77,23 +78,37 @@ std::vector<ProviderEntry> registeredProviders(std::vector<std::wstring>& notes)
   return entries;
 }
 
-bool LoadedProvider::load(const ProviderEntry& entry, std::wstring& error) {
-  m_module.reset(::LoadLibraryExW(entry.path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
-  if (!m_module) {
+}  // namespace
+
+std::vector<ProviderEntry> registeredProviders(std::vector<std::wstring>& notes) {
+  std::vector<ProviderEntry> entries = registeredClasses(kCredentialProvidersKey, L"provider", notes);
+  if (entries.empty()) notes.push_back(L"no credential providers are registered");
+  return entries;
+}
+
+std::vector<ProviderEntry> registeredFilters(std::vector<std::wstring>& notes) {
+  return registeredClasses(kCredentialProviderFiltersKey, L"filter", notes);
+}
+
+bool createFromServer(const ProviderEntry& entry, REFIID iid, void** object, UniqueModule& module,
+                      std::wstring& error) {
+  *object = nullptr;
+  module.reset(::LoadLibraryExW(entry.path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
+  if (!module) {
     error = L"LoadLibrary(" + entry.path + L") failed with " + std::to_wstring(::GetLastError());
     return false;
   }
   using GetClassObject = HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**);
   auto getClassObject = reinterpret_cast<GetClassObject>(
-      reinterpret_cast<void*>(::GetProcAddress(m_module.get(), "DllGetClassObject")));
+      reinterpret_cast<void*>(::GetProcAddress(module.get(), "DllGetClassObject")));
   if (getClassObject == nullptr) {
     error = entry.path + L" has no DllGetClassObject";
     return false;
   }
   ComPtr<IClassFactory> factory;
   HRESULT hr = getClassObject(entry.clsid, IID_IClassFactory, factory.putVoid());
-  if (SUCCEEDED(hr)) hr = factory->CreateInstance(nullptr, IID_ICredentialProvider, m_provider.putVoid());
-  if (FAILED(hr) || !m_provider) {
+  if (SUCCEEDED(hr)) hr = factory->CreateInstance(nullptr, iid, object);
+  if (FAILED(hr) || *object == nullptr) {
     error = L"creating " + entry.clsidText + L" from " + entry.path + L" failed with " +
             hexCode(static_cast<unsigned long>(hr));
     return false;
@@ -101,20 +116,28 @@ bool LoadedProvider::load(const ProviderEntry& entry, std::wstring& error) {
   return true;
 }
 
-HRESULT LoadedProvider::unload() {
-  m_provider.reset();
-  if (!m_module) return S_OK;
+HRESULT unloadServer(UniqueModule& module) {
+  if (!module) return S_OK;
   using CanUnloadNow = HRESULT(STDAPICALLTYPE*)();
   auto canUnload =
-      reinterpret_cast<CanUnloadNow>(reinterpret_cast<void*>(::GetProcAddress(m_module.get(), "DllCanUnloadNow")));
+      reinterpret_cast<CanUnloadNow>(reinterpret_cast<void*>(::GetProcAddress(module.get(), "DllCanUnloadNow")));
   const HRESULT hr = canUnload ? canUnload() : S_FALSE;
   // A DLL that still holds objects stays loaded, as COM keeps it.
   if (hr == S_OK) {
-    m_module.reset();
+    module.reset();
   } else {
-    m_module.release();
+    module.release();
   }
   return hr;
+}
+
+bool LoadedProvider::load(const ProviderEntry& entry, std::wstring& error) {
+  return createFromServer(entry, IID_ICredentialProvider, m_provider.putVoid(), m_module, error);
+}
+
+HRESULT LoadedProvider::unload() {
+  m_provider.reset();
+  return unloadServer(m_module);
 }
 
 }  // namespace lm2::host

@@ -242,8 +242,9 @@ bool ScriptRunner::startScreen(std::wstring& error) {
   std::vector<std::wstring> notes;
   std::vector<ProviderEntry> entries =
       m_commandLineProviders.empty() ? registeredProviders(notes) : m_commandLineProviders;
+  const std::vector<ProviderEntry> filters = registeredFilters(notes);
   for (const std::wstring& note : notes) printLine(L"(" + note + L")");
-  return m_screen.start(entries, m_options, error);
+  return m_screen.start(entries, filters, m_options, error);
 }
 
 bool ScriptRunner::describeTokens(const std::wstring& rest, std::wstring& error) {
@@ -330,15 +331,16 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
         ComPtr<ICredentialProviderUser>::adopt(new ProviderUser(words[1], providerId, words[2])));
     return true;
   }
-  if (command == L"register") {
+  if (command == L"register" || command == L"register-filter") {
     if (!needWord(words, 2, L"a class id and a DLL", error)) return false;
     CLSID clsid;
     if (FAILED(::CLSIDFromString(words[1].c_str(), &clsid))) {
-      error = L"register: " + quoted(words[1]) + L" is not a class id";
+      error = command + L": " + quoted(words[1]) + L" is not a class id";
       return false;
     }
     const std::wstring name = words.size() > 3 ? words[3] : words[1];
-    return m_registry.set(std::wstring(L"HKLM\\") + kCredentialProvidersKey + L"\\" + words[1], L"", REG_SZ,
+    const wchar_t* list = command == L"register" ? kCredentialProvidersKey : kCredentialProviderFiltersKey;
+    return m_registry.set(std::wstring(L"HKLM\\") + list + L"\\" + words[1], L"", REG_SZ,
                           RegistryChanges::stringData(name), error) &&
            m_registry.set(L"HKLM\\SOFTWARE\\Classes\\CLSID\\" + words[1] + L"\\InprocServer32", L"", REG_SZ,
                           RegistryChanges::stringData(resolve(words[2])), error) &&
