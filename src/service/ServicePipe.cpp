@@ -66,14 +66,55 @@ ExtendedResult CloseServicePipe(UniqueHandle& pipe) {
   return result::success();
 }
 
-ExtendedResult transactServicePipe(HANDLE pipe, const std::uint8_t* request, DWORD length, SecureBuffer& reply) {
+namespace {
+
+// One overlapped read or write, finished (or cancelled and then finished) by `deadline`
+// (GetTickCount64: a wall clock set back must not lengthen the wait). The error of the I/O, or
+// ERROR_TIMEOUT; `done` receives the bytes transferred.
+DWORD completeBy(HANDLE pipe, OVERLAPPED& overlapped, BOOL started, ULONGLONG deadline, DWORD& done) {
+  done = 0;
+  if (!started) {
+    const DWORD error = ::GetLastError();
+    if (error != ERROR_IO_PENDING) {
+      // Finished at once (a message larger than the buffer says ERROR_MORE_DATA, with bytes).
+      ::GetOverlappedResult(pipe, &overlapped, &done, FALSE);
+      return error;
+    }
+    const ULONGLONG now = ::GetTickCount64();
+    const DWORD left = now >= deadline ? 0 : static_cast<DWORD>(deadline - now);
+    if (::WaitForSingleObject(overlapped.hEvent, left) != WAIT_OBJECT_0) {
+      ::CancelIoEx(pipe, &overlapped);
+      // The buffers stay in use until the cancelled I/O has finished.
+      ::GetOverlappedResult(pipe, &overlapped, &done, TRUE);
+      return ERROR_TIMEOUT;
+    }
+  }
+  if (::GetOverlappedResult(pipe, &overlapped, &done, FALSE)) return ERROR_SUCCESS;
+  const DWORD error = ::GetLastError();
+  return error == ERROR_SUCCESS ? ERROR_GEN_FAILURE : error;
+}
+
+}  // namespace
+
+ExtendedResult transactServicePipe(HANDLE pipe, const std::uint8_t* request, DWORD length, SecureBuffer& reply,
+                                   DWORD timeoutMs) {
   logging::LogScope scope(log(), "transactServicePipe");
   reply.reset();
+  const ULONGLONG deadline = ::GetTickCount64() + timeoutMs;
+  UniqueHandle event(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  if (!event) return result::fromWin32(::GetLastError());
 
+  OVERLAPPED overlapped{};
+  overlapped.hEvent = event.get();
   DWORD written = 0;
-  if (!::WriteFile(pipe, request, length, &written, nullptr) || written != length) {
-    const DWORD error = ::GetLastError();
-    const ExtendedResult code = result::fromWin32(error != ERROR_SUCCESS ? error : ERROR_WRITE_FAULT);
+  DWORD error = completeBy(pipe, overlapped, ::WriteFile(pipe, request, length, nullptr, &overlapped), deadline,
+                           written);
+  if (error == ERROR_SUCCESS && written != length) error = ERROR_WRITE_FAULT;
+  if (error != ERROR_SUCCESS) {
+    const ExtendedResult code = result::fromWin32(error);
+    if (error == ERROR_TIMEOUT) {
+      logging::error(log(), "session service took no request within %u ms (0x%016llx)", static_cast<unsigned>(timeoutMs), hex(code));
+    }
     logging::error(log(), "failed to write data to session service (0x%016llx)", hex(code));
     return code;
   }
@@ -84,13 +125,20 @@ ExtendedResult transactServicePipe(HANDLE pipe, const std::uint8_t* request, DWO
   for (;;) {
     DWORD read = 0;
     const DWORD room = static_cast<DWORD>(reply.size() - received);
-    if (::ReadFile(pipe, reply.data() + received, room, &read, nullptr)) {
+    overlapped = OVERLAPPED{};
+    overlapped.hEvent = event.get();
+    ::ResetEvent(event.get());
+    error = completeBy(pipe, overlapped, ::ReadFile(pipe, reply.data() + received, room, nullptr, &overlapped),
+                       deadline, read);
+    if (error == ERROR_SUCCESS) {
       received += read;
       break;
     }
-    const DWORD error = ::GetLastError();
     if (error != ERROR_MORE_DATA) {
       const ExtendedResult code = result::fromWin32(error);
+      if (error == ERROR_TIMEOUT) {
+        logging::error(log(), "session service did not answer within %u ms (0x%016llx)", static_cast<unsigned>(timeoutMs), hex(code));
+      }
       logging::error(log(), "failed to read data from session service (0x%016llx)", hex(code));
       reply.reset();
       return code;

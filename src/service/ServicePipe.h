@@ -18,7 +18,12 @@ inline constexpr int kPipeOpenAttempts = 100;
 inline constexpr DWORD kPipeOpenPauseMs = 100;
 // LogonUI runs as SYSTEM: whoever serves the pipe name (a process that took it while the service
 // was down) may identify the provider's process but never act as it.
-inline constexpr DWORD kPipeOpenFlags = SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
+// Overlapped, so that no exchange can hold LogonUI's logon for longer than its time limit.
+inline constexpr DWORD kPipeOpenFlags = SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION | FILE_FLAG_OVERLAPPED;
+// The whole exchange (write and the complete reply) must be done within this time: a service that
+// accepts and never answers, or any process that took the pipe name while the service was down,
+// would otherwise freeze ReportResult for good. A timed-out exchange is a failed report.
+inline constexpr DWORD kServiceExchangeTimeoutMs = 5000;
 
 // Opens the pipe for reading and writing in message read mode. While the pipe does not exist the
 // service is started (it may have been stopped or not yet started at boot); every failed attempt
@@ -28,7 +33,10 @@ ExtendedResult OpenServicePipe(const wchar_t* name, UniqueHandle& pipe);
 // Closes the pipe; always succeeds.
 ExtendedResult CloseServicePipe(UniqueHandle& pipe);
 
-// Writes `request` in one message and reads the whole reply message, however long it is.
-ExtendedResult transactServicePipe(HANDLE pipe, const std::uint8_t* request, DWORD length, SecureBuffer& reply);
+// Writes `request` in one message and reads the whole reply message, however long it is, all within
+// `timeoutMs` (the pipe is opened overlapped by OpenServicePipe); ERROR_TIMEOUT when the time is up,
+// the pending I/O then cancelled and finished before the buffers go.
+ExtendedResult transactServicePipe(HANDLE pipe, const std::uint8_t* request, DWORD length, SecureBuffer& reply,
+                                   DWORD timeoutMs = kServiceExchangeTimeoutMs);
 
 }  // namespace lm2::service

@@ -13,6 +13,7 @@
 #include "ForwardingOsSeam.h"
 #include "FreedMemoryWatch.h"
 #include "InstalledServiceDouble.h"
+#include "Watchdog.h"
 #include "logging/ExtendedResult.h"
 #include "service/ServicePipe.h"
 #include "service/SessionServiceStarter.h"
@@ -83,7 +84,9 @@ TEST_F(SessionServiceTest, AbsentPipeStartsTheServiceAndTheNoticeSucceeds) {
     EXPECT_EQ(notifyTokenAuthentification(record_), result::success());
   }
   // Whoever serves the pipe name may identify the provider (SYSTEM in LogonUI), never act as it.
-  EXPECT_EQ(watch.flags, static_cast<DWORD>(SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION));
+  const DWORD identifyOnly = SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
+  EXPECT_EQ(watch.flags & (identifyOnly | SECURITY_CONTEXT_TRACKING | SECURITY_EFFECTIVE_ONLY | SECURITY_DELEGATION),
+            identifyOnly);
   EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_RUNNING));
   EXPECT_TRUE(trace_.contains("session service pipe not found - starting service (0x8010000080070002)"));
   EXPECT_TRUE(trace_.contains("OpenServicePipe called with name \\\\.\\pipe\\{B41E7C25-93A6-4F1D-8E57-0C29D6A8F314}"));
@@ -180,6 +183,25 @@ TEST_F(SessionServiceTest, SlowReplyIsWaitedForAndRequestAndReplyAreWiped) {
   EXPECT_EQ(notifyTokenAuthentification(record_), result::success());
   EXPECT_EQ(watch.unwipedBlocks(), 0);
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1400));
+}
+
+// A service that takes the request and never answers (or whoever took the pipe name) costs the
+// exchange's time limit, not LogonUI's logon for good; the next exchange with a service that
+// answers again succeeds.
+TEST_F(SessionServiceTest, AServiceThatNeverAnswersCostsTheTimeLimitOnly) {
+  test::InstalledServiceDouble service(L"--fault=hang --faulty-requests=1");
+  ASSERT_TRUE(startSessionService());
+  ExtendedResult code = result::success();
+  const auto took = test::finishesWithin(std::chrono::seconds(30), "notifyTokenAuthentification",
+                                         [&] { code = notifyTokenAuthentification(record_); });
+  EXPECT_EQ(code, result::fromWin32(ERROR_TIMEOUT));
+  EXPECT_GE(took.count(), static_cast<long long>(kServiceExchangeTimeoutMs) - 100);
+  EXPECT_LT(took.count(), static_cast<long long>(kServiceExchangeTimeoutMs) + 3000);
+  EXPECT_TRUE(trace_.contains("session service did not answer within 5000 ms"));
+  EXPECT_TRUE(trace_.contains("failed to send data to service (0x"));
+  test::finishesWithin(std::chrono::seconds(30), "the second notice",
+                       [&] { code = notifyTokenAuthentification(record_); });
+  EXPECT_EQ(code, result::success());
 }
 
 TEST_F(SessionServiceTest, StartWaitFollowsTheCheckPointAndGivesUpWithoutProgress) {

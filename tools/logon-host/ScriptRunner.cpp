@@ -2,6 +2,8 @@
 
 #include <objbase.h>
 
+#include <cstdio>
+
 #include <sstream>
 
 #include "EngineControl.h"
@@ -424,6 +426,36 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
       error = command + L": the screen is not started (use 'start')";
       return false;
     }
+  }
+  if (command == L"within") {
+    // "within MS COMMAND": LogonUI's thread must be back from COMMAND within MS. A call that never
+    // comes back ends the host (exit code 3) instead of hanging the run.
+    if (!needNumber(words, 1, L"milliseconds", number, error) || !needWord(words, 2, L"a command", error)) {
+      return false;
+    }
+    const std::size_t blank = rest.find_first_of(L" \t");
+    const std::wstring line = rest.substr(rest.find_first_not_of(L" \t", blank));
+    const unsigned long limit = number;
+    UniqueHandle done(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    std::thread watchdog([&done, limit, line] {
+      if (::WaitForSingleObject(done.get(), limit + 1000) == WAIT_OBJECT_0) return;
+      printLine(L"within: \"" + line + L"\" did not come back within " + std::to_wstring(limit) +
+                L" ms: LogonUI would hang");
+      std::fflush(stdout);
+      ::ExitProcess(3);
+    });
+    const ULONGLONG started = ::GetTickCount64();
+    const bool ok = run(line, error);
+    const ULONGLONG took = ::GetTickCount64() - started;
+    ::SetEvent(done.get());
+    watchdog.join();
+    if (!ok) return false;
+    if (took > limit) {
+      error = L"within: \"" + line + L"\" took " + std::to_wstring(took) + L" ms, more than " + std::to_wstring(limit);
+      return false;
+    }
+    printLine(L"(" + line + L": back after " + std::to_wstring(took) + L" ms)");
+    return true;
   }
   if (command == L"later") {
     // "later MS COMMAND": an engine command (insert, remove, engine-…) that happens that much later,

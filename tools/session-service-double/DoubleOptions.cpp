@@ -26,6 +26,7 @@ bool DoubleOptions::parse(int argc, wchar_t** argv, std::wstring& error) {
       else if (value == L"longer") fault = Fault::kLonger;
       else if (value == L"close") fault = Fault::kClose;
       else if (value == L"delay") fault = Fault::kDelay;
+      else if (value == L"hang") fault = Fault::kHang;
       else if (value == L"fail-start") fault = Fault::kFailStart;
       else {
         error = L"unknown fault " + value;

@@ -8,7 +8,9 @@
 //
 // MODE: echo (default), change-byte (one byte of the reply differs), longer (the reply is three
 // times the request plus 5 bytes), close (hang up without replying), delay (reply after N ms,
-// default 2000), fail-start (the service stops at once with an error, the pipe never appears).
+// default 2000), hang (reads the request and never replies: the connection stays open until the
+// client gives up and closes it), fail-start (the service stops at once with an error, the pipe
+// never appears).
 // --faulty-requests=N answers only the first N requests with the fault and echoes the later ones
 // (a service that recovers; 0, the default: every request).
 // --start-pending-ms keeps the service start-pending for N ms before it serves, reporting a wait
@@ -23,7 +25,7 @@
 
 namespace lm2::tools {
 
-enum class Fault { kEcho, kChangeByte, kLonger, kClose, kDelay, kFailStart };
+enum class Fault { kEcho, kChangeByte, kLonger, kClose, kDelay, kHang, kFailStart };
 
 struct DoubleOptions {
   bool console = false;

@@ -59,6 +59,14 @@ void EchoPipeServer::answer(const std::vector<unsigned char>& request) {
   switch (faulty ? options_.fault : Fault::kEcho) {
     case Fault::kClose:
       return;  // the caller disconnects without a reply
+    case Fault::kHang: {
+      // Holds the connection without a word until the client hangs up (the read then fails).
+      unsigned char byte = 0;
+      DWORD read = 0;
+      while (::ReadFile(pipe_, &byte, 1, &read, nullptr) || ::GetLastError() == ERROR_MORE_DATA) {
+      }
+      return;
+    }
     case Fault::kChangeByte:
       if (!reply.empty()) reply[reply.size() / 2] ^= 0x5A;
       break;
