@@ -44,6 +44,10 @@ class OsSeam {
   // Named pipes: the client end of the session service's pipe.
   virtual HANDLE createFileW(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                              DWORD disposition, DWORD flagsAndAttributes, HANDLE templateFile) = 0;
+
+  // The wall clock, which may be set back or forward at any time (at boot, by time
+  // synchronisation, by a user): only for what a person reads, never for a delay or a deadline.
+  virtual void getSystemTimeAsFileTime(LPFILETIME time) = 0;
 };
 
 // The implementation in force for the calling process.

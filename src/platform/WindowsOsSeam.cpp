@@ -39,6 +39,8 @@ BOOL WindowsOsSeam::lookupAccountNameW(LPCWSTR systemName, LPCWSTR accountName, 
                               use);
 }
 
+void WindowsOsSeam::getSystemTimeAsFileTime(LPFILETIME time) { ::GetSystemTimeAsFileTime(time); }
+
 int WindowsOsSeam::messageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type) {
   return ::MessageBoxW(owner, text, caption, type);
 }

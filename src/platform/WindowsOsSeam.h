@@ -21,6 +21,7 @@ class WindowsOsSeam : public OsSeam {
   int messageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type) override;
   HANDLE createFileW(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD disposition,
                      DWORD flagsAndAttributes, HANDLE templateFile) override;
+  void getSystemTimeAsFileTime(LPFILETIME time) override;
 };
 
 }  // namespace lm2

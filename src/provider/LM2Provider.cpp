@@ -36,6 +36,13 @@ CLM2Provider::CLM2Provider()
   // Chosen before the worker starts: a choice that throws then unwinds past no running thread.
   selectTokenEngineLayer();
   m_referenceTime = WaitingQueue::now();
+  // When it was made, in the wall clock's words, for whoever reads the trace; no delay uses it.
+  os().getSystemTimeAsFileTime(&m_creationTime);
+  SYSTEMTIME created{};
+  if (::FileTimeToSystemTime(&m_creationTime, &created)) {
+    logging::debug(m_log, "created at %04u-%02u-%02u %02u:%02u:%02u UTC", created.wYear, created.wMonth, created.wDay,
+                   created.wHour, created.wMinute, created.wSecond);
+  }
   m_link->provider = this;
   if (m_stopEvent.valid() && m_workEvent.valid() && m_enumeratedEvent.valid() && m_changedEvent.valid()) {
     m_worker = std::thread([this] { runWorker(); });

@@ -147,6 +147,8 @@ class CLM2Provider final : public ICredentialProvider,
   std::atomic<bool> m_initializationProcessed{false};
   std::atomic<DWORD> m_reenumerateDelay{0};
   std::thread m_worker;
+  FILETIME m_creationTime{};
+  // The monotonic clock's reading at construction (WaitingQueue::now()).
   std::uint64_t m_referenceTime = 0;
   mutable std::mutex m_referenceLock;
   std::shared_ptr<ProviderLink> m_link;

@@ -6,11 +6,9 @@
 
 namespace lm2 {
 
-std::uint64_t WaitingQueue::now() noexcept {
-  FILETIME time{};
-  ::GetSystemTimeAsFileTime(&time);
-  return ((static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime) / 10000;
-}
+// Monotonic: a wall clock set back would make every waiting entry (and the result handlers that
+// ask whether LogonUI may enumerate again) wait for the size of the step.
+std::uint64_t WaitingQueue::now() noexcept { return ::GetTickCount64(); }
 
 void WaitingQueue::push(Entry entry) {
   std::lock_guard<std::mutex> guard(m_lock);

@@ -2,7 +2,7 @@
 // The provider's queue of token engine completions that wait for their time: a completion that
 // comes before the engine's initialisation was processed, or a request to show a changed set of
 // tiles while LogonUI may not be asked yet. Entries are kept in arrival order; each carries the
-// moment (milliseconds since 1601) from which it may run.
+// moment (milliseconds of the monotonic clock) from which it may run.
 
 #include <cstdint>
 #include <functional>
@@ -28,7 +28,8 @@ class WaitingQueue {
   // Told of an entry whose step threw; the entry waits and is tried again.
   using Failure = std::function<void(const Entry& entry, unsigned attempts)>;
 
-  // Milliseconds since 1 January 1601 (system time).
+  // Milliseconds since the system started (GetTickCount64): never steps with the wall clock, so
+  // every delay and deadline of the provider is measured with it.
   static std::uint64_t now() noexcept;
 
   void push(Entry entry);

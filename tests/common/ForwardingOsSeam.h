@@ -27,6 +27,7 @@ class ForwardingOsSeam : public OsSeam {
   HANDLE createFileW(LPCWSTR n, DWORD a, DWORD s, LPSECURITY_ATTRIBUTES sa, DWORD d, DWORD f, HANDLE t) override {
     return real_.createFileW(n, a, s, sa, d, f, t);
   }
+  void getSystemTimeAsFileTime(LPFILETIME t) override { real_.getSystemTimeAsFileTime(t); }
 
  protected:
   WindowsOsSeam real_;

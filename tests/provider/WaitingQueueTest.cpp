@@ -6,8 +6,13 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <atomic>
 #include <stdexcept>
 #include <vector>
+
+#include "Eventually.h"
+#include "ForwardingOsSeam.h"
+#include "provider/LM2Provider.h"
 
 namespace lm2 {
 namespace {
@@ -57,6 +62,39 @@ TEST(WaitingQueue, AnEntryThatThrowsIsTriedAgainLaterAndTheOthersAreProcessed) {
   ASSERT_EQ(processed.size(), 4u);
   EXPECT_EQ(processed[3], second.get());  // nothing lost
   EXPECT_TRUE(queue.empty());
+}
+
+// The wall clock may be set back at boot or by time synchronisation while a provider runs: its
+// delays must not grow by the size of the step (the result handler would sleep that long with the
+// tile's processing lock held, and LogonUI's calls would queue behind it).
+class SteppedWallClock final : public test::ForwardingOsSeam {
+ public:
+  void getSystemTimeAsFileTime(LPFILETIME time) override {
+    real_.getSystemTimeAsFileTime(time);
+    ULARGE_INTEGER value;
+    value.LowPart = time->dwLowDateTime;
+    value.HighPart = time->dwHighDateTime;
+    value.QuadPart += offset.load();
+    time->dwLowDateTime = value.LowPart;
+    time->dwHighDateTime = value.HighPart;
+  }
+  std::atomic<ULONGLONG> offset{0};  // 100 ns units, added modulo 2^64 (a step back is negative)
+};
+
+TEST(ProviderClock, AWallClockSetBackOrForwardMovesNoDelay) {
+  SteppedWallClock clock;
+  ScopedOsSeam scope(clock);
+  CLM2Provider* provider = new CLM2Provider();
+  const ULONGLONG hour = 3600ull * 10000000ull;
+  clock.offset = 0 - hour;
+  long long wait = -1;
+  // The delay is 1000 ms on Windows 7 and 100 ms elsewhere; the hour must not be added to it.
+  EXPECT_TRUE(test::eventuallyTrue([&] { return provider->IsReenumeratePossible(wait); }, std::chrono::seconds(5)))
+      << "still " << wait << " ms to wait after the clock went back an hour";
+  clock.offset = hour;
+  EXPECT_TRUE(provider->IsReenumeratePossible(wait));
+  EXPECT_EQ(wait, 0);
+  provider->Release();
 }
 
 }  // namespace
