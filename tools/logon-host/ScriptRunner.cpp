@@ -2,10 +2,9 @@
 
 #include <objbase.h>
 
-#include <cstdio>
-
 #include <sstream>
 
+#include "BoundedCall.h"
 #include "EngineControl.h"
 #include "HostOutput.h"
 #include "ProviderUser.h"
@@ -18,6 +17,14 @@ namespace {
 
 using namespace script_words;
 using std::chrono::milliseconds;
+
+// The text after the first word of `text` (and the blanks that follow it), or empty.
+std::wstring afterFirstWord(const std::wstring& text) {
+  const std::size_t blank = text.find_first_of(L" \t");
+  if (blank == std::wstring::npos) return {};
+  const std::size_t next = text.find_first_not_of(L" \t", blank);
+  return next == std::wstring::npos ? std::wstring() : text.substr(next);
+}
 
 constexpr Named kScenarios[] = {{L"logon", CPUS_LOGON},
                                 {L"unlock", CPUS_UNLOCK_WORKSTATION},
@@ -428,30 +435,16 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
     }
   }
   if (command == L"within") {
-    // "within MS COMMAND": LogonUI's thread must be back from COMMAND within MS. A call that never
-    // comes back ends the host (exit code 3) instead of hanging the run.
+    // "within MS COMMAND": LogonUI's thread must be back from COMMAND within MS.
     if (!needNumber(words, 1, L"milliseconds", number, error) || !needWord(words, 2, L"a command", error)) {
       return false;
     }
-    const std::size_t blank = rest.find_first_of(L" \t");
-    const std::wstring line = rest.substr(rest.find_first_not_of(L" \t", blank));
-    const unsigned long limit = number;
-    UniqueHandle done(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    std::thread watchdog([&done, limit, line] {
-      if (::WaitForSingleObject(done.get(), limit + 1000) == WAIT_OBJECT_0) return;
-      printLine(L"within: \"" + line + L"\" did not come back within " + std::to_wstring(limit) +
-                L" ms: LogonUI would hang");
-      std::fflush(stdout);
-      ::ExitProcess(3);
-    });
-    const ULONGLONG started = ::GetTickCount64();
-    const bool ok = run(line, error);
-    const ULONGLONG took = ::GetTickCount64() - started;
-    ::SetEvent(done.get());
-    watchdog.join();
+    const std::wstring line = afterFirstWord(rest);
+    bool ok = false;
+    const unsigned long long took = callWithin(number, line, [&] { ok = run(line, error); });
     if (!ok) return false;
-    if (took > limit) {
-      error = L"within: \"" + line + L"\" took " + std::to_wstring(took) + L" ms, more than " + std::to_wstring(limit);
+    if (took > number) {
+      error = L"within: \"" + line + L"\" took " + std::to_wstring(took) + L" ms, more than " + std::to_wstring(number);
       return false;
     }
     printLine(L"(" + line + L": back after " + std::to_wstring(took) + L" ms)");
@@ -460,18 +453,14 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
   if (command == L"later") {
     // "later MS COMMAND": an engine command (insert, remove, engine-…) that happens that much later,
     // from a thread of its own, while LogonUI's thread may be waiting in the provider.
-    const std::size_t blank = rest.find_first_of(L" \t");
-    const std::wstring line = blank == std::wstring::npos ? L"" : rest.substr(rest.find_first_not_of(L" \t", blank));
+    const std::wstring line = afterFirstWord(rest);
     if (!needNumber(words, 1, L"milliseconds", number, error)) return false;
     if (!needWord(words, 2, L"an engine command", error) ||
         !(words[2] == L"insert" || words[2] == L"remove" || words[2].rfind(L"engine-", 0) == 0)) {
       error = L"later: MS and an engine command (insert, remove, engine-...) expected";
       return false;
     }
-    const std::size_t commandEnd = line.find_first_of(L" \t");
-    const std::wstring laterRest =
-        commandEnd == std::wstring::npos ? L"" : line.substr(line.find_first_not_of(L" \t", commandEnd));
-    return runLater(number, std::vector<std::wstring>(words.begin() + 2, words.end()), laterRest, error);
+    return runLater(number, std::vector<std::wstring>(words.begin() + 2, words.end()), afterFirstWord(line), error);
   }
   if (command == L"service") return reinstallServiceDouble(rest, error);
   if (engineCommand) {
