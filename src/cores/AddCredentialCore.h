@@ -38,6 +38,7 @@ class CCredentialCoreAddCredential : public CCredentialCoreBase {
                        CREDENTIAL_PROVIDER_STATUS_ICON* statusIcon) override;
   HRESULT Load() override;
   void PreUnload(const CtxTokenEngine4CP* context) override;
+  void EndWaits() noexcept override { m_sequence.cancel(); }
   void Unload() override;
   void Update(const CtxTokenEngine4CP* context) override;
   void OnSetStringValueCalled(DWORD fieldId, const wchar_t* text) override;

@@ -50,6 +50,10 @@ class CCredentialCoreBase {
   // token engine operations. States that start work on arrival call this first.
   virtual void PostLoad(const CtxTokenEngine4CP* context);
   virtual void PreUnload(const CtxTokenEngine4CP* context) = 0;
+  // The provider let go of the tile while LogonUI may still hold it: a GetSerialization or
+  // ReportResult waiting for the token returns now (as for a pulled token) and none waits again,
+  // because no result reaches a tile the provider no longer lists.
+  virtual void EndWaits() noexcept {}
   // Restores the fields this state changed.
   virtual void Unload() = 0;
   virtual void Update(const CtxTokenEngine4CP* context) = 0;

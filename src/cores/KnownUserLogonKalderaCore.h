@@ -26,6 +26,7 @@ class CCredentialCoreKnownUserLogonKalderaImpl : public CCredentialCoreKnownUser
   HRESULT Load() override;
   void PostLoad(const CtxTokenEngine4CP* context) override;
   void PreUnload(const CtxTokenEngine4CP* context) override;
+  void EndWaits() noexcept override { m_logon.cancel(); }
   void Unload() override;
   void Update(const CtxTokenEngine4CP* context) override;
   void setUseConnectedAccount(bool use) override { m_useConnectedAccount = use; }

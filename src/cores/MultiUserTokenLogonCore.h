@@ -39,6 +39,7 @@ class CCredentialCoreMultiUserTokenLogon : public CCredentialCoreBase {
   HRESULT Load() override;
   void PostLoad(const CtxTokenEngine4CP* context) override;
   void PreUnload(const CtxTokenEngine4CP* context) override;
+  void EndWaits() noexcept override { m_logon.cancel(); }
   void Unload() override;
   void Update(const CtxTokenEngine4CP* context) override;
   std::type_index GetTypeIndex() const override { return typeid(CCredentialCoreMultiUserTokenLogon); }

@@ -24,6 +24,7 @@ class CCredentialCorePasswordChange : public CCredentialCoreBase {
   ~CCredentialCorePasswordChange() override;
 
   void PreUnload(const CtxTokenEngine4CP* context) override;
+  void EndWaits() noexcept override { m_sequence.cancel(); }
   void Update(const CtxTokenEngine4CP* context) override;
 
  protected:

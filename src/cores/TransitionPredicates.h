@@ -35,6 +35,8 @@ bool tileUserOnToken(const CCredentialStub* tile, const CtxTokenEngine4CP* conte
 bool tileUserNotOnToken(const CCredentialStub* tile, const CtxTokenEngine4CP* context);
 bool connectedAccountOnToken(const CCredentialStub* tile, const CtxTokenEngine4CP* context);
 bool connectedAccountNotOnToken(const CCredentialStub* tile, const CtxTokenEngine4CP* context);
+// Windows named no user for the tile (or a name that resolves to no account).
+bool tileWithoutUser(const CCredentialStub* tile, const CtxTokenEngine4CP* context);
 bool tileWithoutUserOrWindows7(const CCredentialStub* tile, const CtxTokenEngine4CP* context);
 bool tileWithUserNotWindows7(const CCredentialStub* tile, const CtxTokenEngine4CP* context);
 

@@ -154,9 +154,15 @@ void CCredentialStub::readUserName(ICredentialProviderUser* user) {
 // does.
 HRESULT CCredentialStub::showLoggedOnUser() {
   const bool windows7 = isExactlyWindows7();
-  const User account(windows7 ? sessionLoggedOnUser() : m_qualifiedUserName);
+  const std::wstring name = windows7 ? sessionLoggedOnUser() : m_qualifiedUserName;
+  const User account(name);
   m_fields.setState(fields::kLargeText, CPFS_DISPLAY_IN_BOTH);
-  if (!account.isResolved()) return m_fields.setText(fields::kLargeText, kUnknownUser);
+  if (!account.isResolved()) {
+    // A token cannot be matched against this user: the tile will say that the user is not on it.
+    logging::warn(m_log, "the logged-on user '%S' names no account (%s)", name.c_str(),
+                  windows7 ? "LoggedOnSAMUser of LogonUI's session data" : "the user LogonUI named");
+    return m_fields.setText(fields::kLargeText, kUnknownUser);
+  }
   if (windows7) {
     std::lock_guard<std::mutex> guard(m_userLock);
     UniqueLocalMemory sidText;
@@ -193,8 +199,14 @@ void CCredentialStub::UnInitialize() {
     LogScope scope(m_log, "CCredentialStub::UnInitialize", this);
   } catch (...) {
   }
-  std::lock_guard<std::mutex> guard(m_providerLock);
-  m_provider = nullptr;
+  {
+    std::lock_guard<std::mutex> guard(m_providerLock);
+    m_provider = nullptr;
+  }
+  // No result reaches a tile the provider no longer lists: whatever waits for one must stop. The
+  // handler may be loading a core right now without the flag seen; it looks again once loaded.
+  m_letGo = true;
+  if (auto core = std::atomic_load(&m_core)) core->EndWaits();
 }
 
 IFACEMETHODIMP CCredentialStub::QueryInterface(REFIID riid, void** ppv) {

@@ -55,7 +55,8 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   // Whether Initialize got as far as the tile's first state (a tile without one is not shown).
   bool hasFirstCore() const noexcept { return m_firstCore.load(); }
   // Forgets the provider: called before the provider releases the tile, so that no queued result
-  // reaches a provider that is gone.
+  // reaches a provider that is gone; ends the waits of the current state (LogonUI may still hold
+  // the tile and be waiting in it).
   void UnInitialize();
 
   // IUnknown
@@ -251,6 +252,7 @@ class CCredentialStub final : public ICredentialProviderCredential2,
   std::atomic<bool> m_selected{false};
   IProviderForTile* m_provider = nullptr;
   std::mutex m_providerLock;
+  std::atomic<bool> m_letGo{false};  // the provider let go of the tile (UnInitialize)
   std::optional<User> m_selectedUser;
   mutable std::mutex m_selectedUserLock;
   std::array<std::uint8_t, 16> m_tokenCapabilityState{};

@@ -79,6 +79,7 @@ void CCredentialStub::ChangeCurrentCoreUnlocked(std::unique_ptr<CCredentialCoreB
   if (next) {
     logging::debug(m_log, "Loading Core %s", undecoratedTypeName(next->GetTypeIndex()).c_str());
     next->Load();
+    if (m_letGo) next->EndWaits();
   }
 }
 

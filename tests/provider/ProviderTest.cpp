@@ -16,9 +16,11 @@
 #include "TestRegistry.h"
 #include "platform/ComPtr.h"
 #include "platform/ModuleResources.h"
+#include "platform/TextConversion.h"
 #include "provider/ProviderGuids.h"
 #include "settings/ProviderSettings.h"
 #include "EngineControl.h"
+#include "Watchdog.h"
 
 namespace lm2 {
 namespace {
@@ -199,6 +201,49 @@ TEST_F(ProviderTest, EveryUserOfLogonUiGetsATileForTheToken) {
   ASSERT_EQ(second->GetUserSid(&sid), S_OK);
   EXPECT_STREQ(sid, L"S-1-5-21-0-0-0-1001");
   ::CoTaskMemFree(sid);
+}
+
+// LogonUI may make the tiles anew (a scenario set again) while one of them still waits in
+// GetSerialization on another thread for the token's answer: the provider lets go of that tile, so
+// its wait ends at once, as for a pulled token; the answer, when it comes, finds no tile and is
+// dropped.
+TEST_F(ProviderTest, ATileLetGoOfStopsWaitingForTheToken) {
+  test::DebugOutputCapture trace;
+  std::string account;
+  ASSERT_TRUE(utf16ToUtf8(L".\\\\" + test::currentUserName(), account));
+  const std::string label = R"("label":"1.3.6.1.4.1.7719.9117.1.1234.8.11","link":"L1")";
+  const std::string token = R"({"id":"0E01","pin":"1234","objects":[{"kind":1,)" + label + R"(,"data":")" + account +
+                            R"("},{"kind":2,)" + label + R"(,"data":"Held-Pw-1"}]})";
+  harness.describeTokens(tokens({token.c_str()}));
+  ProviderSession session(harness.createProvider(), CPUS_LOGON);
+  ASSERT_EQ(session.start(), S_OK);
+  ASSERT_TRUE(session.waitFor([](const std::vector<TileView>& tiles) { return !tiles.empty() && tiles[0].shows(8); }));
+  ComPtr<ICredentialProviderCredential> tile = session.credentials()[0];
+  ASSERT_EQ(tile->SetStringValue(8, L"1234"), S_OK);
+  vte::EngineControl control = engine();
+  control.holdResults(1);
+  const std::uint64_t before = control.tasksStarted();
+
+  HRESULT hr = S_OK;
+  CREDENTIAL_PROVIDER_GET_SERIALIZATION_RESPONSE response = CPGSR_RETURN_CREDENTIAL_FINISHED;
+  CREDENTIAL_PROVIDER_CREDENTIAL_SERIALIZATION serialization{};
+  PWSTR status = nullptr;
+  CREDENTIAL_PROVIDER_STATUS_ICON icon = CPSI_NONE;
+  std::thread logonUi([&] { hr = tile->GetSerialization(&response, &serialization, &status, &icon); });
+  const bool checking = test::eventuallyTrue([&] { return control.tasksStarted() > before; });
+  test::finishesWithin(std::chrono::seconds(10), "GetSerialization of a tile the provider let go of", [&] {
+    EXPECT_EQ(session.provider()->SetUsageScenario(CPUS_LOGON, 0), S_OK);
+    EXPECT_EQ(session.enumerate(), S_OK);
+    logonUi.join();
+  });
+  ASSERT_TRUE(checking) << "the PIN check never started";
+  EXPECT_EQ(hr, E_UNEXPECTED);
+  EXPECT_EQ(response, CPGSR_NO_CREDENTIAL_NOT_FINISHED);
+  EXPECT_EQ(serialization.rgbSerialization, nullptr);
+  ::CoTaskMemFree(status);
+  control.releaseResults(0, 0);
+  control.holdResults(0);
+  EXPECT_TRUE(test::eventuallyTrue([&] { return trace.contains("can not find related stub"); }));
 }
 
 TEST_F(ProviderTest, WithoutAnEngineTheTileSaysSoWithTheCode) {
