@@ -172,6 +172,12 @@ StateTransitionTable::StateTransitionTable() {
   /* 67 */ add<Message, Message>({always}, nothing);
   // An access card is looked up again when its user logs on: the answer stays with the logon.
   add<KnownUser, KnownUser>({afterUserList}, nothing);
+  // A password change is for the logged-on user. When Windows named none (Windows 7 without
+  // session data for LogonUI's session, no user array elsewhere) or a name that resolves to no
+  // account, the token cannot be matched against that user: the tile says that the logged-on user
+  // is not on it (and shows "Unbekannt" as the user) instead of reaching no state.
+  add<LoadToken, Message>({scenarioChangePassword, afterUserListFromProvider, succeeded, someUser, tileWithoutUser},
+                          ShowMessage{kLoggedOnUserNotOnToken, false});
 }
 
 const StateTransitionTable& StateTransitionTable::instance() {

@@ -170,6 +170,7 @@ bool connectedAccountNotOnToken(const CCredentialStub* t, const CtxTokenEngine4C
   std::vector<BYTE> connected = t->getConnectedAccountSid();
   return connected.empty() || !resolvedUserHasSid(*users, connected.data());
 }
+bool tileWithoutUser(const CCredentialStub* t, const CtxTokenEngine4CP* c) { return t && c && !hasUserSid(t); }
 bool tileWithoutUserOrWindows7(const CCredentialStub* t, const CtxTokenEngine4CP* c) {
   return t && c && (!hasUserSid(t) || isExactlyWindows7());
 }

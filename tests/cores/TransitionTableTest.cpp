@@ -30,7 +30,7 @@ using test::Tile;
 constexpr ExtendedResult kWrongPassword = 0xC0100000C000006Dull;
 constexpr ExtendedResult kPasswordMustChange = 0xC0100000C0000224ull;
 
-enum class TileKind { Generic, CredUI, User, Connected, ChangePassword };
+enum class TileKind { Generic, CredUI, User, Connected, ChangePassword, UnnamedChangePassword };
 
 struct Row {
   const char* what;
@@ -64,7 +64,7 @@ class TransitionTableTest : public ::testing::Test {
         user = new host::ProviderUser(L"S-1-5-21-0-0-0-1000", Identity_LocalUserProvider, me);
       }
       if (kind == TileKind::Connected) user = new host::ProviderUser(L"S-1-5-21-7-7-7-1001", test::kOtherProvider, me);
-      if (kind == TileKind::ChangePassword) scenario = CPUS_CHANGE_PASSWORD;
+      if (kind == TileKind::ChangePassword || kind == TileKind::UnnamedChangePassword) scenario = CPUS_CHANGE_PASSWORD;
       slot = std::make_unique<Tile>(m_provider, scenario, user, false);
       if (user) user->Release();
     }
@@ -84,7 +84,7 @@ class TransitionTableTest : public ::testing::Test {
   test::DomainMemberSeam m_domain;
   ScopedOsSeam m_seam{m_domain};
   test::TestProvider m_provider;
-  std::unique_ptr<Tile> m_tiles[5];
+  std::unique_ptr<Tile> m_tiles[6];
 };
 
 auto ok() { return [] { return test::plainResult(test::kSuccess); }; }
@@ -219,6 +219,8 @@ TEST_F(TransitionTableTest, EveryRowIsTakenWhereItsPredicatesHold) {
        code(layer_codes::kFindFailed), 67, 67},
       {"known user: card looked up again", typeid(CCredentialCoreKnownUserLogon), G,
        Init::TokenEngineListUsersOnTokenCompletion, users({me()}), 68, 68},
+      {"change password: Windows named no user", loadToken, TileKind::UnnamedChangePassword,
+       Init::TokenEngineListUsersOnTokenCompletion, users({anna, me()}), 69, 69},
       {"searching has no edge", typeid(CCredentialCoreSearchForTokenMessage), G, Init::TokenEngineInitAsyncCompletion,
        ok(), 0, 0},
       {"loading ignores a PIN check", loadToken, G, Init::TokenEngineCheckPINCompletion, ok(), 0, 0},
@@ -261,7 +263,7 @@ TEST_F(TransitionTableTest, PredicatesWithoutTileOrContextNeverHold) {
       EXPECT_FALSE(predicate(generic.get(), nullptr));
     }
   }
-  EXPECT_EQ(StateTransitionTable::instance().edges().size(), 68u);
+  EXPECT_EQ(StateTransitionTable::instance().edges().size(), 69u);
 }
 
 }  // namespace
