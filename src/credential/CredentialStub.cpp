@@ -58,9 +58,16 @@ CCredentialStub::~CCredentialStub() {
   } catch (...) {
     // The tile goes away in any case; its threads and secrets are dealt with below.
   }
+  // The last reference may go on the handler thread itself (it holds one while it handles a
+  // result): that thread cannot wait for itself, and it returns without touching the tile.
+  const bool onHandlerThread = m_handlerThread.get_id() == std::this_thread::get_id();
   if (m_handlerThread.joinable()) {
     m_stopEvent.set();
-    m_handlerThread.join();
+    if (onHandlerThread) {
+      m_handlerThread.detach();
+    } else {
+      m_handlerThread.join();
+    }
   }
   try {
     // A change the handler completed while the tile was already going away.
@@ -68,8 +75,9 @@ CCredentialStub::~CCredentialStub() {
   } catch (...) {
   }
   ClearAsyncResultQueue();
-  // The field texts (PINs and passwords among them) are wiped by m_fields' destructor.
-  module::releaseObject();
+  // The field texts (PINs and passwords among them) are wiped by m_fields' destructor. The handler
+  // thread uncounts a tile that went on it once it is out of the tile's code.
+  if (!onHandlerThread) module::releaseObject();
 }
 
 HRESULT CCredentialStub::Initialize(CREDENTIAL_PROVIDER_USAGE_SCENARIO scenario, DWORD credUiFlags,
@@ -225,6 +233,14 @@ IFACEMETHODIMP CCredentialStub::QueryInterface(REFIID riid, void** ppv) {
 }
 
 IFACEMETHODIMP_(ULONG) CCredentialStub::AddRef() { return ++m_refCount; }
+
+bool CCredentialStub::tryAddRef() noexcept {
+  ULONG count = m_refCount.load();
+  while (count != 0) {
+    if (m_refCount.compare_exchange_weak(count, count + 1)) return true;
+  }
+  return false;
+}
 
 IFACEMETHODIMP_(ULONG) CCredentialStub::Release() {
   const ULONG count = --m_refCount;

@@ -211,6 +211,10 @@ class CCredentialStub final : public ICredentialProviderCredential2,
 
   // The handler thread (Part of the tile's own state machine).
   void AsyncResultHandlerFunction();
+  void handleNextResult();
+  // A reference for the handler while it handles a result; none once the count reached zero (the
+  // tile is being destroyed).
+  bool tryAddRef() noexcept;
   void handleResult(std::unique_ptr<CtxTokenEngine4CP> entry);
   // A result for a binding the tile no longer has, or of a state that is no longer current: it
   // was asked for by someone who has gone, and must not move the present state.

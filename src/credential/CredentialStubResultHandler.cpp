@@ -10,6 +10,7 @@
 #include "cores/MessageIds.h"
 #include "cores/StateTransitionTable.h"
 #include "logging/LogScope.h"
+#include "platform/ModuleState.h"
 #include "platform/StopOrWorkWait.h"
 #include "settings/ProviderSettings.h"
 
@@ -101,31 +102,43 @@ void CCredentialStub::AsyncResultHandlerFunction() {
   while (resultWait.wait() == StopOrWorkWait::Outcome::Work) {
     // A result that came while the tile is paused waits here for LogonUI to show the tile.
     if (resumeWait.wait() != StopOrWorkWait::Outcome::Work) break;
-    std::unique_ptr<CtxTokenEngine4CP> entry;
-    std::lock_guard<std::mutex> processing(m_processingLock);
-    {
-      std::lock_guard<std::mutex> guard(m_queueLock);
-      if (!m_resultQueue.empty()) {
-        entry = std::move(m_resultQueue.front());
-        m_resultQueue.pop_front();
-        // More results stay signalled: the event is auto-reset and set once per result.
-        if (!m_resultQueue.empty()) m_resultAvailableEvent.set();
-      }
-    }
-    try {
-      if (entry) {
-        logging::debug(m_log, "async result available for processing in AsyncResultHandlerFunction");
-        handleResult(std::move(entry));
-      } else {
-        logging::error(m_log, "result available event was set but no async result in queue stored");
-      }
-      reportChangedLook();
-    } catch (...) {
-      // One result that could not be handled (memory ran out) must not end the tile's handler.
-      logging::error(m_log, "handling an async result failed");
+    // The tile stays alive while it handles a result, whatever a sink it calls does with it. A tile
+    // already on its way out is not handled: its destructor waits for this thread.
+    if (!tryAddRef()) break;
+    handleNextResult();
+    if (Release() == 0) {
+      // That was the last reference: the tile went on this thread, which touches none of it now.
+      module::releaseObject();
+      return;
     }
   }
   logging::debug(m_log, "cancel AsyncResultHandlerFunction because stop event was set");
+}
+
+void CCredentialStub::handleNextResult() {
+  std::unique_ptr<CtxTokenEngine4CP> entry;
+  std::lock_guard<std::mutex> processing(m_processingLock);
+  {
+    std::lock_guard<std::mutex> guard(m_queueLock);
+    if (!m_resultQueue.empty()) {
+      entry = std::move(m_resultQueue.front());
+      m_resultQueue.pop_front();
+      // More results stay signalled: the event is auto-reset and set once per result.
+      if (!m_resultQueue.empty()) m_resultAvailableEvent.set();
+    }
+  }
+  try {
+    if (entry) {
+      logging::debug(m_log, "async result available for processing in AsyncResultHandlerFunction");
+      handleResult(std::move(entry));
+    } else {
+      logging::error(m_log, "result available event was set but no async result in queue stored");
+    }
+    reportChangedLook();
+  } catch (...) {
+    // One result that could not be handled (memory ran out) must not end the tile's handler.
+    logging::error(m_log, "handling an async result failed");
+  }
 }
 
 bool CCredentialStub::isStale(const CtxTokenEngine4CP& context, std::uint64_t currentCore) const {

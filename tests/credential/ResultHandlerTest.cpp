@@ -7,6 +7,8 @@
 #include <thread>
 
 #include "DebugOutputCapture.h"
+#include "ProcessCounters.h"
+#include "Watchdog.h"
 #include "TestRegistry.h"
 #include "TileHarness.h"
 #include "settings/ProviderSettings.h"
@@ -68,6 +70,36 @@ TEST_F(ResultHandlerTest, StopEndsTheHandlerEvenWhilePaused) {
   }
   EXPECT_TRUE(trace.contains("cancel AsyncResultHandlerFunction because stop event was set"));
   EXPECT_FALSE(trace.contains("async result available for processing"));
+}
+
+// A sink LogonUI handed the tile may let go of the tile while the tile calls it from its handler
+// thread: the tile then goes on that thread, which can neither wait for itself nor touch the tile
+// once it returns from the sink.
+TEST_F(ResultHandlerTest, ATileLetGoOfInsideASinkCallGoesOnItsHandlerThread) {
+  const int threads = test::threadsOfThisProcess();
+  auto sink = ComPtr<host::RecordingCredentialEvents>::adopt(new host::RecordingCredentialEvents());
+  std::atomic<CCredentialStub*> held{new CCredentialStub()};
+  held.load()->Initialize(CPUS_LOGON, 0, nullptr, 0, &provider);  // before Advise: E_UNEXPECTED, as always
+  held.load()->Advise(sink.get());
+  sink->readTile(held.load(), test::fieldTypes());
+  const HANDLE released = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  sink->onCall([&](const std::wstring& call) {
+    if (call.rfind(L"SetFieldString 6", 0) != 0) return;
+    CCredentialStub* last = held.exchange(nullptr);
+    if (last == nullptr) return;
+    last->UnInitialize();
+    last->Release();  // LogonUI's only reference, dropped on the tile's handler thread
+    ::SetEvent(released);
+  });
+  CtxTokenEngine4CP context(nullptr, held.load(), nullptr, nullptr, typeid(void),
+                            Completion::TokenEngineInitAsyncCompletion);
+  context.setResult(test::plainResult(test::kSuccess));  // row 26: the search message
+  held.load()->EnqueueAsyncContext(context);
+  test::finishesWithin(std::chrono::seconds(10), "the release of a tile on its handler thread",
+                       [&] { ::WaitForSingleObject(released, INFINITE); });
+  ::CloseHandle(released);
+  EXPECT_TRUE(test::eventuallyTrue([&] { return test::threadsOfThisProcess() <= threads; }))
+      << test::threadsOfThisProcess() << " threads, " << threads << " before";
 }
 
 TEST_F(ResultHandlerTest, AResultKeepingTheStateUpdatesItWithoutUnloadOrLoad) {
