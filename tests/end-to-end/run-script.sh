@@ -6,7 +6,7 @@
 # installs the signed virtual token engine and the session service double (as an administrator
 # would), runs HOST (logon-host.exe or logon-host-win7.exe) with SCRIPT, and removes the double
 # again. SCRIPT may be chaos:SEED:COUNT: the host then runs COUNT random soak sessions from SEED
-# on (--chaos), and their PINs and passwords join the secrets. With --fails-with the script must fail (exit code 1) and the host's report must contain
+# on (--chaos), and their PINs and passwords join the secrets. With --fails-with the script must fail and the host's report must contain
 # TEXT: a script's wrong expectation has to be caught and named. With --secrets the provider writes
 # a full DEBUG trace during the run, which must then contain none of the given words, nor any new
 # password the provider handed over in a change request, neither as UTF-8 nor as UTF-16 bytes.
@@ -68,16 +68,44 @@ if [[ $script == chaos:* ]]; then
   IFS=: read -r _ chaos_first chaos_count <<<"$script"
   script_options=(--chaos "$chaos_first" "$chaos_count")
 fi
-"${wine_run[@]}" "$bin/$host" "${script_options[@]}" "${host_options[@]}" >"$output" 2>/dev/null
+errors=$(mktemp)
+"${wine_run[@]}" "$bin/$host" "${script_options[@]}" "${host_options[@]}" >"$output" 2>"$errors"
 rc=$?
 "${wine_run[@]}" "$bin/session_service_double.exe" --remove 2>/dev/null
 cat "$output"
+
+# The host always ends with its verdict. Without it the process ended early, whatever its exit
+# status (Wine ends a process that lost its server with 0): the run fails and tells what is known.
+ended_early=""
+# What the run finds out about an early end goes with the host's report.
+report() { tee -a "$output"; }
+if ! grep -qE '^logon-host: (done|FAILED)' "$output"; then
+  ended_early=yes
+  last_lines=$(grep -v '^$' "$output" | tail -n 6)
+  echo "run-script: the host ended early (exit status $rc) without its verdict; its last lines:" | report
+  sed 's/^/run-script:   | /' <<<"$last_lines" | report
+  crash=$(grep -aE 'Unhandled|^=>|^  [0-9]+ 0x|Backtrace|wine client error|err:seh|err:virtual' "$errors" | head -n 20)
+  if [ -z "$crash" ]; then
+    echo "run-script: Wine wrote no crash report: the process was ended from outside or lost its Wine server" | report
+  elif grep -qi 'LM2CredentialProvider\|VestaAccess' <<<"$crash"; then
+    echo "run-script: the provider (or its token engine) faulted; Wine's report:" | report
+  else
+    echo "run-script: the host or Wine faulted; Wine's report:" | report
+  fi
+  [ -n "$crash" ] && sed 's/^/run-script:   ! /' <<<"$crash" | report
+  rc=4
+fi
+rm -f "$errors"
 
 # \xHH for every byte of $1 in encoding $2: a grep -P pattern that needs no escaping.
 byte_pattern() { printf '%s' "$1" | iconv -f UTF-8 -t "$2" | od -An -tx1 -v | tr -s ' \n' ' ' | sed 's/ *\([0-9a-f][0-9a-f]\)/\\x\1/g' | tr -d ' '; }
 if [ -n "$trace_dir" ]; then
   "${wine_run[@]}" reg delete "$settings" /v LogSettingsPath /f >/dev/null 2>&1
   trace="$trace_dir/provider.log"
+  if [ -n "$ended_early" ]; then
+    echo "run-script: the provider's last trace lines:"
+    tail -n 12 "$trace" 2>/dev/null | cut -c1-200 | sed 's/^/run-script:   : /'
+  fi
   if [[ $script != chaos:* ]] && ! grep -q 'GetSerialization \[START\]' "$trace" 2>/dev/null; then
     echo "run-script: the provider wrote no DEBUG trace of a serialization to $trace"; rc=1
   fi
@@ -108,7 +136,7 @@ if [ -n "$trace_dir" ]; then
 fi
 
 if [ -n "$fails_with" ]; then
-  if [ "$rc" -ne 1 ]; then echo "run-script: the script was to fail, but the host exited with $rc"; rc=1
+  if [ "$rc" -eq 0 ]; then echo "run-script: the script was to fail, but the host exited with 0"; rc=1
   elif ! grep -qF -- "$fails_with" "$output"; then echo "run-script: the failure does not say: $fails_with"; rc=1
   else echo "run-script: failed as it should"; rc=0
   fi

@@ -401,6 +401,11 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
     m_screen.show();
     return true;
   }
+  if (command == L"vanish") {
+    // The process ends at once, mid-session, as when a provider crashes LogonUI or Wine loses its
+    // server: what runs the host must notice and say so.
+    ::ExitProcess(0);
+  }
   if (command == L"picture") {
     if (!needWord(words, 1, L"a file name", error)) return false;
     const std::wstring path = resolve(words[1]);
