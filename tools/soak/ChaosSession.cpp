@@ -16,6 +16,10 @@ namespace {
 
 constexpr wchar_t kProvider[] =
     L"register {6F3C2A91-5D7E-4B08-9C14-2E8A7D5B3F60} \"%HOSTDIR%\\end-to-end\\LM2CredentialProvider.dll\" \"Lumenar 2\"";
+constexpr wchar_t kFilter[] =
+    L"register-filter {6F3C2A91-5D7E-4B08-9C14-2E8A7D5B3F60} \"%HOSTDIR%\\end-to-end\\LM2CredentialProvider.dll\"";
+constexpr wchar_t kSettingsKey[] = L"HKLM\\SOFTWARE\\Corvana\\Lumenar2\\CredentialProvider";
+constexpr wchar_t kPasswordProvider[] = L"{60B78E88-EAD8-445C-9CFD-0B87F74EA6CD}";
 constexpr wchar_t kLabel[] = L"1.3.6.1.4.1.7719.9117.1.1234.8.11";
 
 // What must hold after every step, whatever the person or the engine did.
@@ -92,14 +96,25 @@ ChaosSession chaosSession(std::uint32_t seed) {
   out.push_back(L"service");
   out.push_back(L"reg set HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI "
                 L"LastLoggedOnSAMUser sz \".\\%USERNAME%\"");
-  // As Windows has it: the session's user recorded where Windows 7 LogonUI records it, and a user
-  // array that names the user whose password is changed.
-  out.push_back(L"reg set HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI\\SessionData\\1 "
-                L"LoggedOnSAMUser sz \".\\%USERNAME%\"");
+  // Mostly as Windows has it: the session's user recorded where Windows 7 LogonUI records it, and a
+  // user array that names the user whose password is changed. Now and then Windows names nobody.
+  const std::wstring sessionData = L"HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI\\SessionData\\1";
+  const bool named = !dice.chance(15);
+  out.push_back(named ? L"reg set " + sessionData + L" LoggedOnSAMUser sz \".\\%USERNAME%\""
+                      : L"reg delete " + sessionData + L" LoggedOnSAMUser");
   static const std::vector<std::wstring> kScenarios = {L"logon", L"logon", L"unlock", L"change-password", L"credui"};
   const std::wstring scenario = dice.of(kScenarios);
   out.push_back(L"scenario " + scenario);
-  out.push_back(dice.chance(50) || scenario == L"change-password" ? L"users as-windows" : L"users none");
+  out.push_back(dice.chance(50) || (scenario == L"change-password" && named) ? L"users as-windows" : L"users none");
+  // The package registers the filter on every install; an administrator may have it hide Windows'
+  // password provider in this scenario (a value of another session stays unless replaced).
+  out.push_back(kFilter);
+  static const std::vector<std::wstring> kFilterValues = {L"FilterLogon", L"FilterUnlockWorkstation",
+                                                          L"FilterChangePassword", L"FilterCredUi"};
+  for (const std::wstring& value : kFilterValues) {
+    out.push_back(dice.chance(50) ? L"reg set " + std::wstring(kSettingsKey) + L" " + value + L" multi " + kPasswordProvider
+                                  : L"reg delete " + std::wstring(kSettingsKey) + L" " + value);
+  }
   // Some tokens are there before the screen starts.
   std::vector<bool> present(kinds.size(), false);
   std::wstring initial;
@@ -216,10 +231,22 @@ ChaosSession chaosSession(std::uint32_t seed) {
                     (dice.chance(50) ? L" newest-first" : L""));
     } else if (roll < 91) {
       static const std::vector<std::wstring> kServices = {L"service", L"service --fault=close --faulty-requests=1",
-                                                          L"service --fault=change-byte", L"service --delay-ms=300"};
+                                                          L"service --fault=change-byte", L"service --delay-ms=300",
+                                                          L"service --fault=hang --faulty-requests=1"};
       out.push_back(dice.of(kServices));
-    } else {
+    } else if (roll < 97) {
       out.push_back(L"sleep " + std::to_wstring(20 + dice.below(300)));
+    } else {
+      // LogonUI lets go of the screen while the provider's worker and the tiles may still be busy
+      // (a result on its way, a submit just made), and opens a new one on the tokens still there.
+      out.push_back(L"end");
+      std::wstring still;
+      for (std::size_t index = 0; index < kinds.size(); ++index) {
+        if (present[index]) still += (still.empty() ? L"" : L", ") + kinds[index].json;
+      }
+      out.push_back(L"tokens {\"tokens\": [" + still + L"]}");
+      out.push_back(L"start");
+      out.push_back(L"wait for nowhere containing \"Token Engine is initializing\"");
     }
     check();
   }
