@@ -46,6 +46,15 @@ void ThreadPool::stop() noexcept {
   m_wake.notify_all();
 }
 
+bool ThreadPool::stopWithin(std::chrono::milliseconds limit, std::function<void()> leftBehind) {
+  std::unique_lock<std::mutex> guard(m_lock);
+  m_stopped = true;
+  m_wake.notify_all();
+  if (m_idle.wait_for(guard, limit, [this] { return m_running == 0; })) return true;
+  m_leftBehind = std::move(leftBehind);
+  return false;
+}
+
 bool ThreadPool::isWorkerThread() const noexcept { return t_workerOf == this; }
 
 std::future<void> ThreadPool::enqueue(std::function<void()> task) {
@@ -70,8 +79,16 @@ void ThreadPool::work() {
       if (m_stopped) return;  // queued tasks are not started once the pool stops
       task = std::move(m_tasks.front());
       m_tasks.pop_front();
+      ++m_running;
     }
     task();  // an exception of the task goes into its future
+    std::function<void()> leftBehind;
+    {
+      std::lock_guard<std::mutex> guard(m_lock);
+      if (--m_running == 0 && m_leftBehind) leftBehind.swap(m_leftBehind);
+    }
+    m_idle.notify_all();
+    if (leftBehind) leftBehind();
   }
 }
 

@@ -3,6 +3,7 @@
 // operations block (they wait for the token engine), so five of them may run at once and a sixth
 // waits in the queue for a free worker.
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -34,6 +35,10 @@ class ThreadPool {
   std::future<void> enqueue(std::function<void()> task);
   // No queued task starts any more (running ones go on); the destructor joins.
   void stop() noexcept;
+  // Stops the pool and waits up to `limit` for the running tasks to end; true when they did (the
+  // destructor then returns at once). False leaves the pool running its last tasks: it must then
+  // never be destroyed, and `leftBehind` runs on the worker that finishes the last of them.
+  bool stopWithin(std::chrono::milliseconds limit, std::function<void()> leftBehind);
 
   // Whether the calling thread is one of this pool's workers.
   bool isWorkerThread() const noexcept;
@@ -44,6 +49,9 @@ class ThreadPool {
 
   std::mutex m_lock;
   std::condition_variable m_wake;
+  std::condition_variable m_idle;
+  std::size_t m_running = 0;  // tasks a worker is running now
+  std::function<void()> m_leftBehind;
   std::deque<std::packaged_task<void()>> m_tasks;
   bool m_stopped = false;
   std::vector<std::thread> m_workers;

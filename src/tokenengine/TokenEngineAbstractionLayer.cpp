@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include "platform/ModuleState.h"
 #include "service/TokenAuthenticationNotice.h"
 
 namespace lm2 {
@@ -121,7 +122,11 @@ int TokenEngineAbstractionLayer::Release() noexcept {
     logging::debug(m_log, "g_pTokenEngine was not me");
   }
   if (!destructionWaitsFor()) {
-    destroyHoldingSingletonLock();
+    if (operationsEndedForUnload()) {
+      destroyHoldingSingletonLock();
+    } else {
+      tokenEngineSingletonLock().unlock();
+    }
     return count;
   }
   // This thread is one that destruction joins: a thread of its own does it. It keeps the module
@@ -146,6 +151,34 @@ TokenEngineAbstractionLayer* TokenEngineAbstractionLayer::acquirePublished() {
   std::lock_guard<SingletonLock> guard(tokenEngineSingletonLock());
   TokenEngineAbstractionLayer* layer = g_pTokenEngine.load();
   return layer != nullptr && layer->AddRef() > 0 ? layer : nullptr;
+}
+
+bool TokenEngineAbstractionLayer::operationsEndedForUnload() noexcept {
+  prepareForUnload();
+  ThreadPool* pool = nullptr;
+  {
+    std::lock_guard<std::mutex> guard(m_poolLock);
+    pool = m_pool.get();
+  }
+  if (pool == nullptr) return true;
+  // Counted before the pool may call back: the worker that ends the last operation uncounts it.
+  module::addObject();
+  bool ended = false;
+  try {
+    ended = pool->stopWithin(kUnloadWaitLimit, [] { module::releaseObject(); });
+  } catch (...) {
+    ended = false;  // no hand-over of the uncounting could be made: the DLL stays loaded
+  }
+  if (ended) {
+    module::releaseObject();
+    return true;
+  }
+  try {
+    logging::error(m_log, "a token engine operation still runs after %lld ms...the layer is left behind and "
+                   "the DLL stays loaded until it ends", static_cast<long long>(kUnloadWaitLimit.count()));
+  } catch (...) {
+  }
+  return false;
 }
 
 void TokenEngineAbstractionLayer::destroyHoldingSingletonLock() noexcept {

@@ -7,6 +7,7 @@
 // One layer exists per process, published in g_pTokenEngine and shared by reference counting.
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <condition_variable>
 #include <memory>
@@ -85,6 +86,8 @@ class TokenEngineAbstractionLayer {
   // (a completion or a token event that drops the last reference) the layer is destroyed on a
   // thread of its own instead.
   int Release() noexcept;
+  // How long the last release on LogonUI's thread waits for running operations.
+  static constexpr std::chrono::milliseconds kUnloadWaitLimit{10000};
   // The published layer with a reference for the caller, or null when there is none (or it is
   // going away).
   static TokenEngineAbstractionLayer* acquirePublished();
@@ -115,6 +118,9 @@ class TokenEngineAbstractionLayer {
   // Only the first half of stopPool: no queued operation starts any more, nothing is joined. For
   // a layer that must end its running operations' waits before it can join them.
   void stopStartingOperations() noexcept;
+  // Before the last release destroys the layer: no operation starts any more and the running ones'
+  // waits end (concrete layers tell their library to unload). Called again by their destructors.
+  virtual void prepareForUnload() noexcept { stopStartingOperations(); }
 
   // A task that could not be queued (memory is short): the context completes at once, on the
   // calling thread, with the allocation failure, so that nobody waits for it forever.
@@ -129,6 +135,10 @@ class TokenEngineAbstractionLayer {
  private:
   // Destroys the layer and then releases the singleton lock held for it.
   void destroyHoldingSingletonLock() noexcept;
+  // Whether the running operations ended within the unload's limit. When one did not (a blocking
+  // library call), the layer is left behind, never destroyed, and keeps the DLL loaded until the
+  // last of them has ended.
+  bool operationsEndedForUnload() noexcept;
   static unsigned long __stdcall destroyOnOwnThread(void* layer);
 
   std::unique_ptr<ThreadPool> m_pool;

@@ -46,6 +46,15 @@ TokenEngineAbstractionLayerDefault::~TokenEngineAbstractionLayerDefault() {
   m_binding.freeLibrary();
 }
 
+void TokenEngineAbstractionLayerDefault::prepareForUnload() noexcept {
+  stopStartingOperations();
+  try {
+    m_binding.beginUnload();
+  } catch (...) {
+    // The destructor tries again.
+  }
+}
+
 bool TokenEngineAbstractionLayerDefault::acceptsOperations() const noexcept {
   return TokenEngineAbstractionLayer::acceptsOperations() && !m_binding.isUnloading();
 }

@@ -17,6 +17,7 @@ class TokenEngineAbstractionLayerDefault final : public TokenEngineAbstractionLa
  public:
   TokenEngineAbstractionLayerDefault();
   ~TokenEngineAbstractionLayerDefault() override;
+  void prepareForUnload() noexcept override;
 
   void InitializeAsync(Context context) override;
   void GetTokenListAsync(Context context) override;

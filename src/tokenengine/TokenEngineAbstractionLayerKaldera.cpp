@@ -33,6 +33,15 @@ TokenEngineAbstractionLayerKaldera::~TokenEngineAbstractionLayerKaldera() {
   m_binding.freeLibrary();
 }
 
+void TokenEngineAbstractionLayerKaldera::prepareForUnload() noexcept {
+  stopStartingOperations();
+  try {
+    m_binding.beginUnload();
+  } catch (...) {
+    // The destructor tries again.
+  }
+}
+
 bool TokenEngineAbstractionLayerKaldera::acceptsOperations() const noexcept {
   return TokenEngineAbstractionLayer::acceptsOperations() && !m_binding.isUnloading();
 }

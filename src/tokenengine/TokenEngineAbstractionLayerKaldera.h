@@ -14,6 +14,7 @@ class TokenEngineAbstractionLayerKaldera final : public TokenEngineAbstractionLa
  public:
   TokenEngineAbstractionLayerKaldera();
   ~TokenEngineAbstractionLayerKaldera() override;
+  void prepareForUnload() noexcept override;
 
   void InitializeAsync(Context context) override;
   void GetTokenListAsync(Context context) override;

@@ -12,6 +12,7 @@
 #include "ProcessCounters.h"
 #include "ProviderSession.h"
 #include "TestRegistry.h"
+#include "Watchdog.h"
 #include "platform/ModuleResources.h"
 #include "settings/ProviderSettings.h"
 
@@ -105,6 +106,30 @@ TEST_F(ProviderLifetimeTest, TilesOutliveTheirProvider) {
   ::CoTaskMemFree(text);
   tile.reset();
   EXPECT_EQ(harness.canUnloadNow(), S_OK);
+}
+
+// A token engine call that does not return (a library that blocks) holds LogonUI at the last
+// release only for the unload's limit; the DLL then stays loaded until the call has returned.
+TEST_F(ProviderLifetimeTest, ABlockingEngineCallHoldsTheLastReleaseOnlyForTheLimit) {
+  harness.describeTokens(R"({"tokens":[]})");
+  constexpr std::uint32_t kBlockedMs = 14000;
+  std::chrono::milliseconds took{0};
+  {
+    host::ProviderSession session(harness.createProvider(), CPUS_LOGON);
+    ASSERT_EQ(session.start(), S_OK);
+    ASSERT_TRUE(session.waitForMessage(message(120)));
+    vte::EngineControl engine = vte::EngineControl::ofLoadedEngine();
+    ASSERT_TRUE(engine.available());
+    engine.blockNextStart(kBlockedMs);
+    ASSERT_EQ(engine.insertToken(R"({"id":"0C02","initialized":true})"), 0);
+    ASSERT_TRUE(session.waitForMessage(message(107)));  // its capabilities are being read: blocked
+    took = test::finishesWithin(std::chrono::seconds(30), "the last release during a blocked engine call",
+                                [&] { session.end(); });
+  }
+  EXPECT_GE(took.count(), 9000);
+  EXPECT_LT(took.count(), 12000);
+  EXPECT_EQ(harness.canUnloadNow(), S_FALSE) << "the DLL may go while a call into it still runs";
+  EXPECT_TRUE(test::eventuallyTrue([&] { return harness.canUnloadNow() == S_OK; }, std::chrono::seconds(10)));
 }
 
 }  // namespace

@@ -35,6 +35,8 @@ void Engine::unload() {
 
 VAL_RESULT Engine::start(std::uint32_t function, Work work, VAL_TASK_ID* task) {
   if (task == nullptr) return kBadCall;
+  // Outside the lock: the engine itself goes on (and unloads) while this caller is held.
+  if (const std::uint32_t ms = m_blockNextStartMs.exchange(0)) ::Sleep(ms);
   std::lock_guard<std::mutex> guard(m_lock);
   if (!m_running) return kBadCall;
   if (auto refused = m_failStart.find(function); refused != m_failStart.end()) {

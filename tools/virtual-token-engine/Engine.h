@@ -86,6 +86,7 @@ class Engine {
     m_failStart[function] = code;
   }
   void delay(std::uint32_t ms) { m_delayMs = ms; }
+  void blockNextStart(std::uint32_t ms) { m_blockNextStartMs = ms; }
   std::uint64_t tasksStarted() {
     std::lock_guard<std::mutex> guard(m_lock);
     return m_lastTask;
@@ -123,6 +124,7 @@ class Engine {
   std::map<std::uint32_t, std::pair<std::uint32_t, VAL_RESULT>> m_failTask;  // skip, then fail
   std::map<std::uint32_t, VAL_RESULT> m_failStart;
   std::atomic<std::uint32_t> m_delayMs{0};
+  std::atomic<std::uint32_t> m_blockNextStartMs{0};
   std::atomic<std::uint32_t> m_malform{0};
   bool m_replace = false;
   WipedBytes m_replacement;

@@ -29,6 +29,7 @@ EngineControl EngineControl::ofLoadedEngine() {
                         bind(module, "VteFailTaskAfter", control.failTaskAfter) &&
                         bind(module, "VteFailNextTaskStart", control.failNextTaskStart) &&
                         bind(module, "VteDelayTasks", control.delayTasks) &&
+                        bind(module, "VteBlockNextStart", control.blockNextStart) &&
                         bind(module, "VteTasksStarted", control.tasksStarted) &&
                         bind(module, "VteMalformNextResult", control.malformNextResult) &&
                         bind(module, "VteHoldResults", control.holdResults) &&

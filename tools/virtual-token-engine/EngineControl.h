@@ -18,6 +18,7 @@ struct EngineControl {
   decltype(&VteFailTaskAfter) failTaskAfter = nullptr;
   decltype(&VteFailNextTaskStart) failNextTaskStart = nullptr;
   decltype(&VteDelayTasks) delayTasks = nullptr;
+  decltype(&VteBlockNextStart) blockNextStart = nullptr;
   decltype(&VteTasksStarted) tasksStarted = nullptr;
   decltype(&VteMalformNextResult) malformNextResult = nullptr;
   decltype(&VteDeliverNextResult) deliverNextResult = nullptr;

@@ -379,6 +379,7 @@ void VteFailTaskAfter(std::uint32_t function, std::uint32_t skip, std::uint64_t 
 }
 void VteFailNextTaskStart(std::uint32_t function, std::uint64_t code) { engine().failNextStart(function, code); }
 void VteDelayTasks(std::uint32_t milliseconds) { engine().delay(milliseconds); }
+void VteBlockNextStart(std::uint32_t milliseconds) { engine().blockNextStart(milliseconds); }
 
 std::uint64_t VteTasksStarted() { return engine().tasksStarted(); }
 void VteMalformNextResult(std::uint32_t how) { engine().malformNext(how); }

@@ -20,6 +20,9 @@ void VteFailTaskAfter(std::uint32_t function, std::uint32_t skip, std::uint64_t 
 void VteFailNextTaskStart(std::uint32_t function, std::uint64_t code);
 // Every task waits this long before it completes.
 void VteDelayTasks(std::uint32_t milliseconds);
+// The next call that starts a task blocks its caller this long, whatever else happens meanwhile
+// (unload included): a library call that does not return.
+void VteBlockNextStart(std::uint32_t milliseconds);
 // How many tasks the engine has started since it was loaded (for benchmarks).
 std::uint64_t VteTasksStarted();
 // The next result is delivered malformed: 1 root named "result", 2 without "tfi", 3 broken CRC,
