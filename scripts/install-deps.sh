@@ -16,6 +16,7 @@ packages=(
   slapd ldap-utils                      # the throw-away LDAP directory of the card-id tests
   wixl msitools                         # the administrator's package (installer/) and its checks
   libxml2-dev                           # reading the Group Policy templates (policy/) in their test
+  libfaketime                           # the soak steps the logon host's wall clock
 )
 
 missing=()

@@ -35,10 +35,12 @@ make_leaf() {  # name, issuer, subject, start, end
 keyUsage = critical,digitalSignature
 extendedKeyUsage = codeSigning"
 }
-now=$(date -u +%Y%m%d000000Z)
+# Issued a month ago, as a vendor's certificate was: a wall clock set back a day (the soak steps it)
+# still finds it valid.
+issued=$(date -u -d '-30 days' +%Y%m%d000000Z)
 later=$(date -u -d '+2 years' +%Y%m%d000000Z)
-make_leaf signer root "LM2 Test Code Signing" "$now" "$later"
-make_leaf stranger-signer stranger "LM2 Untrusted Code Signing" "$now" "$later"
+make_leaf signer root "LM2 Test Code Signing" "$issued" "$later"
+make_leaf stranger-signer stranger "LM2 Untrusted Code Signing" "$issued" "$later"
 make_leaf expired-signer root "LM2 Expired Code Signing" 20200101000000Z 20210101000000Z
 
 sign() {  # certificates (leaf first), key, output[, input]

@@ -64,12 +64,25 @@ if [ -n "$trace_dir" ]; then
   host_options=(--secrets-out "$(WINEPREFIX=$prefix winepath -w "$trace_dir/new-passwords.txt" 2>/dev/null)")
 fi
 script_options=(--script "$script")
+host_environment=()
+clock_dir=""
 if [[ $script == chaos:* ]]; then
   IFS=: read -r _ chaos_first chaos_count <<<"$script"
   script_options=(--chaos "$chaos_first" "$chaos_count")
+  # Soak sessions step the host's wall clock (time synchronisation, an administrator): libfaketime
+  # in the host only, its offset in a file the host's 'wall-clock' word writes; the monotonic
+  # clock stays real.
+  faketime_library=$(ls /usr/lib/*/faketime/libfaketimeMT.so.1 2>/dev/null | head -n 1)
+  if [ -n "$faketime_library" ]; then
+    clock_dir=$(mktemp -d)
+    echo "+0" >"$clock_dir/offset"
+    host_environment=(LD_PRELOAD="$faketime_library" FAKETIME_TIMESTAMP_FILE="$clock_dir/offset"
+      FAKETIME_NO_CACHE=1 FAKETIME_DONT_FAKE_MONOTONIC=1
+      LM2_WALL_CLOCK_FILE="$(WINEPREFIX=$prefix winepath -w "$clock_dir/offset" 2>/dev/null)")
+  fi
 fi
 errors=$(mktemp)
-"${wine_run[@]}" "$bin/$host" "${script_options[@]}" "${host_options[@]}" >"$output" 2>"$errors"
+env "${host_environment[@]}" "${wine_run[@]}" "$bin/$host" "${script_options[@]}" "${host_options[@]}" >"$output" 2>"$errors"
 rc=$?
 "${wine_run[@]}" "$bin/session_service_double.exe" --remove 2>/dev/null
 cat "$output"
@@ -96,6 +109,7 @@ if ! grep -qE '^logon-host: (done|FAILED)' "$output"; then
   rc=4
 fi
 rm -f "$errors"
+[ -n "$clock_dir" ] && rm -rf "$clock_dir"
 
 # \xHH for every byte of $1 in encoding $2: a grep -P pattern that needs no escaping.
 byte_pattern() { printf '%s' "$1" | iconv -f UTF-8 -t "$2" | od -An -tx1 -v | tr -s ' \n' ' ' | sed 's/ *\([0-9a-f][0-9a-f]\)/\\x\1/g' | tr -d ' '; }

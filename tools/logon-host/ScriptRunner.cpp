@@ -10,6 +10,7 @@
 #include "ProviderUser.h"
 #include "ScriptWords.h"
 #include "TilePicture.h"
+#include "WallClock.h"
 #include "platform/UniqueResource.h"
 
 namespace lm2::host {
@@ -400,6 +401,16 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
   if (command == L"show") {
     m_screen.show();
     return true;
+  }
+  if (command == L"wall-clock") {
+    // wall-clock SECONDS: the wall clock that far from the real time (negative: set back).
+    wchar_t* end = nullptr;
+    const long long offset = words.size() > 1 ? std::wcstoll(words[1].c_str(), &end, 10) : 0;
+    if (words.size() < 2 || words[1].empty() || end == nullptr || *end != L'\0') {
+      error = L"wall-clock: seconds (a signed number) expected";
+      return false;
+    }
+    return setWallClockOffset(offset, error);
   }
   if (command == L"vanish") {
     // The process ends at once, mid-session, as when a provider crashes LogonUI or Wine loses its

@@ -92,6 +92,7 @@ ChaosSession chaosSession(std::uint32_t seed) {
   }
 
   out.push_back(L"# chaos session " + std::to_wstring(seed));
+  out.push_back(L"wall-clock 0");
   out.push_back(kProvider);
   out.push_back(L"service");
   out.push_back(L"reg set HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI "
@@ -234,8 +235,13 @@ ChaosSession chaosSession(std::uint32_t seed) {
                                                           L"service --fault=change-byte", L"service --delay-ms=300",
                                                           L"service --fault=hang --faulty-requests=1"};
       out.push_back(dice.of(kServices));
-    } else if (roll < 97) {
+    } else if (roll < 94) {
       out.push_back(L"sleep " + std::to_wstring(20 + dice.below(300)));
+    } else if (roll < 97) {
+      // The wall clock set back or forward (time synchronisation at boot, an administrator):
+      // delays and deadlines count on the monotonic clock, so nothing waits for the step.
+      static const std::vector<std::wstring> kSteps = {L"-3600", L"-86400", L"3600", L"600", L"0"};
+      out.push_back(L"wall-clock " + dice.of(kSteps));
     } else {
       // LogonUI lets go of the screen while the provider's worker and the tiles may still be busy
       // (a result on its way, a submit just made), and opens a new one on the tokens still there.
