@@ -40,8 +40,7 @@ TokenEngineAbstractionLayerDefault::~TokenEngineAbstractionLayerDefault() {
   logging::LogScope scope(m_log, "TokenEngineAbstractionLayerDefault::~TokenEngineAbstractionLayerDefault");
   // No queued operation starts any more; then waits end and the library stops calling back, so
   // that no worker is left inside the library when it is freed.
-  stopStartingOperations();
-  m_binding.beginUnload();
+  prepareForUnload();
   stopPool();
   m_binding.freeLibrary();
 }
@@ -51,7 +50,7 @@ void TokenEngineAbstractionLayerDefault::prepareForUnload() noexcept {
   try {
     m_binding.beginUnload();
   } catch (...) {
-    // The destructor tries again.
+    // The unloading flag is set before anything can throw: the waits end in any case.
   }
 }
 

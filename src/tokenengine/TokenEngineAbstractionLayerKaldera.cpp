@@ -27,8 +27,7 @@ TokenEngineAbstractionLayerKaldera::~TokenEngineAbstractionLayerKaldera() {
   logging::LogScope scope(m_log, "TokenEngineAbstractionLayerKaldera::~TokenEngineAbstractionLayerKaldera");
   // As the default layer: no queued lookup starts, waits on the library end, then the workers are
   // joined before the library goes.
-  stopStartingOperations();
-  m_binding.beginUnload();
+  prepareForUnload();
   stopPool();
   m_binding.freeLibrary();
 }
@@ -38,7 +37,7 @@ void TokenEngineAbstractionLayerKaldera::prepareForUnload() noexcept {
   try {
     m_binding.beginUnload();
   } catch (...) {
-    // The destructor tries again.
+    // The unloading flag is set before anything can throw: the waits end in any case.
   }
 }
 

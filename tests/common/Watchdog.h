@@ -8,28 +8,28 @@
 #include <chrono>
 #include <cstdio>
 #include <functional>
-#include <memory>
 #include <thread>
+
+#include "platform/UniqueResource.h"
 
 namespace lm2::test {
 
 // The time `work` took; never returns when it took longer than `limit`.
 inline std::chrono::milliseconds finishesWithin(std::chrono::milliseconds limit, const char* what,
                                                 const std::function<void()>& work) {
-  const HANDLE done = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  const UniqueHandle done(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
   const auto start = std::chrono::steady_clock::now();
-  std::thread worker([&work, done] {
+  std::thread worker([&work, &done] {
     work();
-    ::SetEvent(done);
+    ::SetEvent(done.get());
   });
-  if (::WaitForSingleObject(done, static_cast<DWORD>(limit.count())) != WAIT_OBJECT_0) {
+  if (::WaitForSingleObject(done.get(), static_cast<DWORD>(limit.count())) != WAIT_OBJECT_0) {
     std::fprintf(stderr, "WATCHDOG: %s did not finish within %lld ms: a wait that never ends\n", what,
                  static_cast<long long>(limit.count()));
     std::fflush(stderr);
     ::TerminateProcess(::GetCurrentProcess(), 3);
   }
   worker.join();
-  ::CloseHandle(done);
   return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
 }
 

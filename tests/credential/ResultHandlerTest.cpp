@@ -82,22 +82,21 @@ TEST_F(ResultHandlerTest, ATileLetGoOfInsideASinkCallGoesOnItsHandlerThread) {
   held.load()->Initialize(CPUS_LOGON, 0, nullptr, 0, &provider);  // before Advise: E_UNEXPECTED, as always
   held.load()->Advise(sink.get());
   sink->readTile(held.load(), test::fieldTypes());
-  const HANDLE released = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  const UniqueHandle released(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
   sink->onCall([&](const std::wstring& call) {
     if (call.rfind(L"SetFieldString 6", 0) != 0) return;
     CCredentialStub* last = held.exchange(nullptr);
     if (last == nullptr) return;
     last->UnInitialize();
     last->Release();  // LogonUI's only reference, dropped on the tile's handler thread
-    ::SetEvent(released);
+    ::SetEvent(released.get());
   });
   CtxTokenEngine4CP context(nullptr, held.load(), nullptr, nullptr, typeid(void),
                             Completion::TokenEngineInitAsyncCompletion);
   context.setResult(test::plainResult(test::kSuccess));  // row 26: the search message
   held.load()->EnqueueAsyncContext(context);
   test::finishesWithin(std::chrono::seconds(10), "the release of a tile on its handler thread",
-                       [&] { ::WaitForSingleObject(released, INFINITE); });
-  ::CloseHandle(released);
+                       [&] { ::WaitForSingleObject(released.get(), INFINITE); });
   EXPECT_TRUE(test::eventuallyTrue([&] { return test::threadsOfThisProcess() <= threads; }))
       << test::threadsOfThisProcess() << " threads, " << threads << " before";
 }

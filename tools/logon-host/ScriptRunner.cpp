@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "BoundedCall.h"
+#include "EngineCommands.h"
 #include "EngineControl.h"
 #include "HostOutput.h"
 #include "ProviderUser.h"
@@ -19,24 +20,11 @@ namespace {
 using namespace script_words;
 using std::chrono::milliseconds;
 
-// The text after the first word of `text` (and the blanks that follow it), or empty.
-std::wstring afterFirstWord(const std::wstring& text) {
-  const std::size_t blank = text.find_first_of(L" \t");
-  if (blank == std::wstring::npos) return {};
-  const std::size_t next = text.find_first_not_of(L" \t", blank);
-  return next == std::wstring::npos ? std::wstring() : text.substr(next);
-}
-
 constexpr Named kScenarios[] = {{L"logon", CPUS_LOGON},
                                 {L"unlock", CPUS_UNLOCK_WORKSTATION},
                                 {L"change-password", CPUS_CHANGE_PASSWORD},
                                 {L"credui", CPUS_CREDUI},
                                 {L"plap", CPUS_PLAP}};
-// The facade's task functions, as the virtual engine numbers them.
-constexpr Named kTaskFunctions[] = {{L"getTokenList", 1},   {L"getTokenCapabilities", 2}, {L"checkPin", 3},
-                                    {L"askPin", 4},         {L"findObjects", 5},          {L"getObjectInfo", 6},
-                                    {L"readObject", 7},     {L"writeObject", 8},          {L"createObject", 9},
-                                    {L"deleteObject", 10},  {L"initializeToken", 11},     {L"changePin", 12}};
 constexpr Named kCredUiFlags[] = {{L"generic", CREDUIWIN_GENERIC},
                                   {L"checkbox", CREDUIWIN_CHECKBOX},
                                   {L"authpackage-only", CREDUIWIN_AUTHPACKAGE_ONLY},
@@ -159,57 +147,6 @@ bool ScriptRunner::runLater(DWORD delay, std::vector<std::wstring> words, std::w
     std::wstring ignored;
     runEngineCommand(control, words, rest, ignored);
   });
-  return true;
-}
-
-bool ScriptRunner::runEngineCommand(const vte::EngineControl& control, const std::vector<std::wstring>& words,
-                                    const std::wstring& rest, std::wstring& error) {
-  const std::wstring& command = words[0];
-  unsigned long number = 0;
-  if (command == L"engine-delay") {
-    if (!needNumber(words, 1, L"milliseconds", number, error)) return false;
-    control.delayTasks(number);
-    return true;
-  }
-  if (command == L"engine-fail") {
-    // The engine's next task of that function ends with the code (a token that refuses).
-    unsigned long function = 0;
-    unsigned long long code = 0;
-    if (!needWord(words, 2, L"a task function and a result code", error) ||
-        !byName(kTaskFunctions, words[1], function) || !toNumber64(words[2], code)) {
-      error = L"engine-fail: a task function (" + namesOf(kTaskFunctions) + L") and a code expected";
-      return false;
-    }
-    control.failNextTask(static_cast<std::uint32_t>(function), code);
-    return true;
-  }
-  if (command == L"engine-hold") {
-    // Finished tasks keep their results back until released: a result that comes late.
-    if (!needWord(words, 1, L"on or off", error)) return false;
-    control.holdResults(words[1] == L"on" ? 1 : 0);
-    return true;
-  }
-  if (command == L"engine-release") {
-    // engine-release [COUNT] [newest-first]: results that come now, maybe overtaking each other.
-    if (words.size() > 1 && words[1] != L"newest-first" && !needNumber(words, 1, L"a count", number, error)) return false;
-    control.releaseResults(number, words.back() == L"newest-first" ? 1 : 0);
-    return true;
-  }
-  if (command == L"engine-malform") {
-    if (!needNumber(words, 1, L"a kind of damage (1 to 4)", number, error)) return false;
-    control.malformNextResult(number);
-    return true;
-  }
-  if (command != L"insert" && command != L"remove") {
-    error = command + L": unknown engine command";
-    return false;
-  }
-  const int result = command == L"insert" ? control.insertToken(toUtf8(rest).c_str())
-                                          : control.removeToken(toUtf8(rest).c_str());
-  if (result != 0) {
-    error = command + L": the engine refused " + rest + L" (" + std::to_wstring(result) + L")";
-    return false;
-  }
   return true;
 }
 
@@ -404,9 +341,8 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
   }
   if (command == L"wall-clock") {
     // wall-clock SECONDS: the wall clock that far from the real time (negative: set back).
-    wchar_t* end = nullptr;
-    const long long offset = words.size() > 1 ? std::wcstoll(words[1].c_str(), &end, 10) : 0;
-    if (words.size() < 2 || words[1].empty() || end == nullptr || *end != L'\0') {
+    long long offset = 0;
+    if (words.size() < 2 || !toSignedNumber(words[1], offset)) {
       error = L"wall-clock: seconds (a signed number) expected";
       return false;
     }

@@ -47,8 +47,6 @@ class ScriptRunner {
   void finishLaterCommands();
   // Runs the engine command `words` (`rest`: the line after its first word) `delay` ms later.
   bool runLater(DWORD delay, std::vector<std::wstring> words, std::wstring rest, std::wstring& error);
-  static bool runEngineCommand(const vte::EngineControl& control, const std::vector<std::wstring>& words,
-                               const std::wstring& rest, std::wstring& error);
   bool fileContains(const std::wstring& path, const std::wstring& text) const;
   static long processThreadCount();
 

@@ -21,6 +21,21 @@ inline bool toNumber(const std::wstring& text, unsigned long& number) {
   return end && *end == L'\0';
 }
 
+inline bool toSignedNumber(const std::wstring& text, long long& number) {
+  if (text.empty()) return false;
+  wchar_t* end = nullptr;
+  number = std::wcstoll(text.c_str(), &end, 10);
+  return end && *end == L'\0';
+}
+
+// The text after the first word of `text` (and the blanks that follow it), or empty.
+inline std::wstring afterFirstWord(const std::wstring& text) {
+  const std::size_t blank = text.find_first_of(L" \t");
+  if (blank == std::wstring::npos) return {};
+  const std::size_t next = text.find_first_not_of(L" \t", blank);
+  return next == std::wstring::npos ? std::wstring() : text.substr(next);
+}
+
 inline bool toNumber64(const std::wstring& text, unsigned long long& number) {
   if (text.empty()) return false;
   wchar_t* end = nullptr;

@@ -14,10 +14,10 @@
 namespace lm2::host {
 namespace {
 
-constexpr wchar_t kProvider[] =
-    L"register {6F3C2A91-5D7E-4B08-9C14-2E8A7D5B3F60} \"%HOSTDIR%\\end-to-end\\LM2CredentialProvider.dll\" \"Lumenar 2\"";
-constexpr wchar_t kFilter[] =
-    L"register-filter {6F3C2A91-5D7E-4B08-9C14-2E8A7D5B3F60} \"%HOSTDIR%\\end-to-end\\LM2CredentialProvider.dll\"";
+// The provider's class and its end-to-end DLL, registered as a provider and (as the package does) as
+// a filter.
+constexpr wchar_t kClassAndDll[] =
+    L"{6F3C2A91-5D7E-4B08-9C14-2E8A7D5B3F60} \"%HOSTDIR%\\end-to-end\\LM2CredentialProvider.dll\"";
 constexpr wchar_t kSettingsKey[] = L"HKLM\\SOFTWARE\\Corvana\\Lumenar2\\CredentialProvider";
 constexpr wchar_t kPasswordProvider[] = L"{60B78E88-EAD8-445C-9CFD-0B87F74EA6CD}";
 constexpr wchar_t kLabel[] = L"1.3.6.1.4.1.7719.9117.1.1234.8.11";
@@ -93,7 +93,7 @@ ChaosSession chaosSession(std::uint32_t seed) {
 
   out.push_back(L"# chaos session " + std::to_wstring(seed));
   out.push_back(L"wall-clock 0");
-  out.push_back(kProvider);
+  out.push_back(L"register " + std::wstring(kClassAndDll) + L" \"Lumenar 2\"");
   out.push_back(L"service");
   out.push_back(L"reg set HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI "
                 L"LastLoggedOnSAMUser sz \".\\%USERNAME%\"");
@@ -109,7 +109,7 @@ ChaosSession chaosSession(std::uint32_t seed) {
   out.push_back(dice.chance(50) || (scenario == L"change-password" && named) ? L"users as-windows" : L"users none");
   // The package registers the filter on every install; an administrator may have it hide Windows'
   // password provider in this scenario (a value of another session stays unless replaced).
-  out.push_back(kFilter);
+  out.push_back(L"register-filter " + std::wstring(kClassAndDll));
   static const std::vector<std::wstring> kFilterValues = {L"FilterLogon", L"FilterUnlockWorkstation",
                                                           L"FilterChangePassword", L"FilterCredUi"};
   for (const std::wstring& value : kFilterValues) {
