@@ -359,7 +359,9 @@ TEST_F(ProviderTest, ARefusedReenumerationIsAskedAgainHalfASecondLater) {
   session.events().refuseNext(1);
   ASSERT_EQ(session.start(), S_OK);
   ASSERT_EQ(engine().insertToken(kUninitialisedToken), 0);  // a second token: new tiles
-  ASSERT_TRUE(test::eventuallyTrue([&] { return session.events().accepted() == 1; }));
+  // At least one: the new token's tiles may be announced right after the retry (no pause is
+  // configured), and a poll that comes late must not miss the moment when exactly one was accepted.
+  ASSERT_TRUE(test::eventuallyTrue([&] { return session.events().accepted() >= 1; }));
   const auto calls = session.events().calls();
   ASSERT_GE(calls.size(), 2u);
   EXPECT_EQ(calls[0].answer, E_FAIL);
