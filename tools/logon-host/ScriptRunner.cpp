@@ -350,8 +350,9 @@ bool ScriptRunner::runCommand(const std::vector<std::wstring>& words, const std:
   }
   if (command == L"vanish") {
     // The process ends at once, mid-session, as when a provider crashes LogonUI or Wine loses its
-    // server: what runs the host must notice and say so.
-    ::ExitProcess(0);
+    // server: what runs the host must notice and say so. Terminated, not exited: no DLL is told
+    // (ExitProcess ran the loaded DLLs' detach with their threads cut off, and once hung there).
+    ::TerminateProcess(::GetCurrentProcess(), 0);
   }
   if (command == L"picture") {
     if (!needWord(words, 1, L"a file name", error)) return false;
